@@ -1,0 +1,27 @@
+# Warnings, hardening and sanitizers, applied to every target of the project through
+# marlock_configure_target(). Third-party code is never built here, so they can be strict.
+
+add_library(marlock_build_flags INTERFACE)
+target_compile_options(marlock_build_flags INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wcast-align -Woverloaded-virtual
+    -Wformat=2 -Wimplicit-fallthrough
+    $<$<BOOL:${MARLOCK_WERROR}>:-Werror>
+    # Hardening: stack protector, fortified libc calls, no executable stack.
+    -fstack-protector-strong
+    $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>
+    # Source paths in fatal reports and logs start at the repository root
+    # ("marlockCompanionCommon/RNCryptor/…"), whatever the checkout's location.
+    -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+target_link_options(marlock_build_flags INTERFACE -Wl,-z,relro,-z,now -Wl,-z,noexecstack)
+
+if(MARLOCK_SANITIZE)
+    target_compile_options(marlock_build_flags INTERFACE
+        -fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+    target_link_options(marlock_build_flags INTERFACE -fsanitize=address,undefined)
+endif()
+
+# marlock_configure_target(<target>): the project's flags, without making them part of the
+# installed interface of the target.
+function(marlock_configure_target target)
+    target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:marlock_build_flags>)
+endfunction()

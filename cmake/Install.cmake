@@ -1,0 +1,24 @@
+# Installs both libraries with CMake package configs and pkg-config files:
+#   find_package(marlockCompanionCommon) → marlockCompanionCommon::marlockCompanionCommon
+#   find_package(marlockCommon)          → marlockCommon::marlockCommon
+include(CMakePackageConfigHelpers)
+
+foreach(pkg marlockCommon marlockCompanionCommon)
+    install(TARGETS ${pkg} EXPORT ${pkg}Targets
+            LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+            ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+            RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+            INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+    install(EXPORT ${pkg}Targets NAMESPACE ${pkg}:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/${pkg})
+    configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/${pkg}Config.cmake.in
+        ${PROJECT_BINARY_DIR}/${pkg}Config.cmake INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/${pkg})
+    write_basic_package_version_file(${PROJECT_BINARY_DIR}/${pkg}ConfigVersion.cmake
+        COMPATIBILITY SameMinorVersion)
+    install(FILES ${PROJECT_BINARY_DIR}/${pkg}Config.cmake ${PROJECT_BINARY_DIR}/${pkg}ConfigVersion.cmake
+            DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/${pkg})
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/${pkg}.pc.in ${PROJECT_BINARY_DIR}/${pkg}.pc @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/${pkg}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+    # Public headers only: private ones end in _p.h or live in internal/ folders.
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/${pkg}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${pkg}
+            FILES_MATCHING PATTERN "*.h" PATTERN "*_p.h" EXCLUDE PATTERN "internal" EXCLUDE)
+endforeach()

@@ -1,0 +1,3 @@
+#include "marlockCompanionCommon/Version.h"
+
+QString marlockCompanionCommonVersion() { return QStringLiteral(MARLOCK_VERSION); }
