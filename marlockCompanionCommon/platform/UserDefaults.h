@@ -37,8 +37,9 @@ public:
     // The process's own store, named by the bundle identifier.
     static UserDefaults* standardUserDefaults();
 
-    // The shared instance for `suiteName`, or null when the name can't name a suite (empty,
-    // containing '/', or the bundle identifier itself, which is the standard store's).
+    // The shared instance for `suiteName`, or null when the name can't name a suite (empty, "."
+    // or "..", containing '/' or NUL, or the bundle identifier itself, which is the standard
+    // store's). The file's folder is read from the environment on each call.
     static UserDefaults* suiteNamed(const QString& suiteName);
 
     ~UserDefaults();
