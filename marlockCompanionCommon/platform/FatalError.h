@@ -14,7 +14,8 @@ namespace platform {
 // ("marlockCompanionCommon/timing/Delay.cpp"), and line; subsystems that report under a fixed
 // unit name pass it explicitly:
 //
-//   platform::fatalError(QStringLiteral("SECURITY FAILURE: …"), "marlockCompanionCommon/RNCryptor", __LINE__);
+//   platform::fatalError(QStringLiteral("SECURITY FAILURE: …"),
+//                        "marlockCompanionCommon/RNCryptor", __LINE__);
 //
 // (__builtin_FILE/__builtin_LINE rather than std::source_location: clang 14, which builds the
 // fuzzers, has no std::source_location with this standard library.)
