@@ -5,9 +5,15 @@
 
 namespace platform {
 
+#ifdef __cpp_lib_source_location
 void fatalError(const QString& message, const std::source_location& where) {
     fatalError(message, where.file_name(), static_cast<int>(where.line()));
 }
+#else
+void fatalError(const QString& message, const char* file, int line) {
+    fatalError(message, std::string_view(file), line);
+}
+#endif
 
 void fatalError(const QString& message, std::string_view unit, int line) {
     const QByteArray text = message.toUtf8();

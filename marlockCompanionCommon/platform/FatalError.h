@@ -14,8 +14,14 @@ namespace platform {
 // The unit defaults to the calling source file, as a path from the repository root
 // ("marlockCompanionCommon/timing/Delay.cpp"); subsystems that report under a fixed unit name
 // pass it explicitly.
+#ifdef __cpp_lib_source_location
 [[noreturn]] void fatalError(const QString& message,
                              const std::source_location& where = std::source_location::current());
+#else
+// clang 14 with libstdc++ 12 (the fuzzing build) has no std::source_location.
+[[noreturn]] void fatalError(const QString& message, const char* file = __builtin_FILE(),
+                             int line = __builtin_LINE());
+#endif
 [[noreturn]] void fatalError(const QString& message, std::string_view unit, int line);
 
 } // namespace platform
