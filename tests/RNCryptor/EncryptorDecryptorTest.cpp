@@ -1,4 +1,6 @@
 #include "marlockCompanionCommon/RNCryptor/RNCryptor.h"
+#include "marlockCompanionCommon/RNCryptor/SecretBytes_p.h"
+#include "marlockCompanionCommon/platform/SystemLog.h"
 #include "tests/RNCryptor/ReferenceContainer.h"
 
 #include <gtest/gtest.h>
@@ -190,6 +192,23 @@ TEST(EncryptorV3, AnEmptyPasswordIsAcceptedBelowTheGeneralEncryptor) {
     RNCryptor::EncryptorV3 encryptor{QString()};
     const QByteArray container = encryptor.encrypt(QByteArray("x"));
     EXPECT_EQ(RNCryptor::DecryptorV3(QString()).decrypt(container), QByteArray("x"));
+}
+
+TEST(RNCryptor, LogsNothingAndWipesOnlyWhatItAloneHolds) {
+    QStringList lines;
+    platform::SystemLogCapture capture([&](const QString& line) { lines << line; });
+    const QByteArray container = RNCryptor::encrypt(QByteArray("secret"), password);
+    EXPECT_EQ(RNCryptor::decrypt(container, password), QByteArray("secret"));
+    EXPECT_EQ(errorOf([&] { (void)RNCryptor::decrypt(container, QStringLiteral("wrong")); }),
+              Error::hmacMismatch);
+    EXPECT_TRUE(lines.isEmpty()) << lines.join(QLatin1Char('\n')).toStdString();
+
+    // A key the caller still holds is released, not overwritten under the caller's feet.
+    const QByteArray callersKey(32, 'k');
+    QByteArray shared = callersKey;
+    wipe(shared);
+    EXPECT_TRUE(shared.isEmpty());
+    EXPECT_EQ(callersKey, QByteArray(32, 'k'));
 }
 
 } // namespace
