@@ -1,0 +1,180 @@
+#include "marlockCompanionCommon/RNCryptor/DecryptorEngineV3_p.h"
+#include "marlockCompanionCommon/RNCryptor/Engine_p.h"
+#include "marlockCompanionCommon/RNCryptor/Error.h"
+#include "marlockCompanionCommon/RNCryptor/HMACV3_p.h"
+#include "marlockCompanionCommon/RNCryptor/OverflowingBuffer_p.h"
+#include "tests/RNCryptor/ReferenceContainer.h"
+
+#include <gtest/gtest.h>
+
+#include <QRandomGenerator>
+
+namespace {
+
+const QByteArray key = reference::pattern(32, 1);
+const QByteArray hmacKey = reference::pattern(32, 2);
+const QByteArray iv = reference::pattern(16, 3);
+
+// The OpenSSL behaviour the container relies on, checked rather than assumed: encryption keeps an
+// incomplete block back, decryption keeps the last whole block back until the final call.
+TEST(Engine, KeepsBlocksBackLikeThePlatformCryptor) {
+    Engine fifteen(CryptorOperation::encrypt, key, iv);
+    EXPECT_TRUE(fifteen.update(QByteArray(15, 'a')).isEmpty());
+    EXPECT_EQ(fifteen.finalData().size(), 16);
+
+    Engine sixteen(CryptorOperation::encrypt, key, iv);
+    const QByteArray firstBlock = sixteen.update(QByteArray(16, 'a'));
+    const QByteArray paddingBlock = sixteen.finalData();
+    EXPECT_EQ(firstBlock.size(), 16);
+    EXPECT_EQ(paddingBlock.size(), 16);
+
+    Engine decrypting(CryptorOperation::decrypt, key, iv);
+    EXPECT_TRUE(decrypting.update(firstBlock).isEmpty()); // might be the padding: kept back
+    EXPECT_EQ(decrypting.update(paddingBlock.first(5)), QByteArray(16, 'a'));
+    EXPECT_TRUE(decrypting.update(paddingBlock.sliced(5)).isEmpty());
+    EXPECT_TRUE(decrypting.finalData().isEmpty()); // a whole block of padding
+
+    Engine oneBlock(CryptorOperation::decrypt, key, iv);
+    Engine encryptor(CryptorOperation::encrypt, key, iv);
+    QByteArray ciphertext = encryptor.update("seven b");
+    ciphertext += encryptor.finalData();
+    EXPECT_TRUE(oneBlock.update(ciphertext).isEmpty());
+    EXPECT_EQ(oneBlock.finalData(), QByteArray("seven b"));
+}
+
+// The output-size query answers as for a final call: a bound for the update and the final step.
+TEST(Engine, OutputNeverExceedsTheSizeQueryWhateverThePieces) {
+    const QByteArray plaintext = reference::pattern(1000, 4);
+    const QByteArray expected =
+        reference::encryptWithKeys(plaintext, key, hmacKey, iv).sliced(18).chopped(32);
+    for (CryptorOperation operation : {CryptorOperation::encrypt, CryptorOperation::decrypt}) {
+        const QByteArray input = operation == CryptorOperation::encrypt ? plaintext : expected;
+        Engine engine(operation, key, iv);
+        QByteArray output;
+        for (qsizetype at = 0; at < input.size();) {
+            const qsizetype piece =
+                std::min<qsizetype>(QRandomGenerator::global()->bounded(1, 40), input.size() - at);
+            const qsizetype bound = engine.sizeBuffer(piece);
+            const QByteArray out = engine.update(input.sliced(at, piece));
+            EXPECT_LE(out.size(), bound);
+            output += out;
+            at += piece;
+        }
+        const qsizetype bound = engine.sizeBuffer(0);
+        const QByteArray last = engine.finalData();
+        EXPECT_LE(last.size(), bound);
+        EXPECT_EQ(output + last, operation == CryptorOperation::encrypt ? expected : plaintext);
+    }
+}
+
+TEST(Engine, ResultsStayTheCallersOwn) {
+    Engine engine(CryptorOperation::encrypt, key, iv);
+    const QByteArray first = engine.update(QByteArray(32, 'a'));
+    const QByteArray copy(first.constData(), first.size());
+    (void)engine.update(QByteArray(48, 'b'));
+    (void)engine.finalData();
+    EXPECT_EQ(first, copy);
+}
+
+TEST(HMACV3, StreamingGivesTheMacOfTheWholeInput) {
+    // RFC 4231, test case 2.
+    HMACV3 hmac(QByteArray("Jefe"));
+    hmac.update(QByteArray("what do ya want "));
+    hmac.update(QByteArray());
+    hmac.update(QByteArray("for nothing?"));
+    EXPECT_EQ(hmac.finalData().toHex(),
+              QByteArray("5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843"));
+}
+
+TEST(OverflowingBuffer, HoldsBackTheLastCapacityBytes) {
+    const QByteArray stream = reference::pattern(40, 5);
+
+    OverflowingBuffer tens(32);
+    EXPECT_TRUE(tens.update(stream.sliced(0, 10)).isEmpty());
+    EXPECT_TRUE(tens.update(stream.sliced(10, 10)).isEmpty());
+    EXPECT_TRUE(tens.update(stream.sliced(20, 10)).isEmpty());
+    EXPECT_EQ(tens.update(stream.sliced(30, 5)), stream.first(3));
+    EXPECT_EQ(tens.finalData(), stream.sliced(3, 32));
+
+    OverflowingBuffer large(32);
+    EXPECT_EQ(large.update(stream), stream.first(8));
+    EXPECT_EQ(large.finalData(), stream.last(32));
+
+    OverflowingBuffer exact(32);
+    EXPECT_TRUE(exact.update(stream.first(10)).isEmpty());
+    EXPECT_EQ(exact.update(stream.sliced(8, 32)), stream.first(10));
+    EXPECT_EQ(exact.finalData(), stream.sliced(8, 32));
+
+    OverflowingBuffer fresh(32);
+    EXPECT_TRUE(fresh.finalData().isEmpty());
+    fresh.update(QByteArray("abc"));
+    EXPECT_EQ(fresh.finalData(), QByteArray("abc"));
+    EXPECT_TRUE(fresh.finalData().isEmpty());
+}
+
+TEST(OverflowingBuffer, OneByteAtATimeReleasesTheOldestByte) {
+    const QByteArray stream = reference::pattern(100, 6);
+    OverflowingBuffer buffer(32);
+    for (int i = 0; i < stream.size(); ++i) {
+        const QByteArray released = buffer.update(stream.sliced(i, 1));
+        if (i < 32)
+            EXPECT_TRUE(released.isEmpty()) << i;
+        else
+            EXPECT_EQ(released, stream.sliced(i - 32, 1)) << i;
+    }
+    EXPECT_EQ(buffer.finalData(), stream.last(32));
+}
+
+TEST(OverflowingBuffer, EverythingComesOutOnceInOrder) {
+    const QByteArray stream = reference::pattern(3000, 7);
+    for (int round = 0; round < 50; ++round) {
+        OverflowingBuffer buffer(32);
+        QByteArray out;
+        for (qsizetype at = 0; at < stream.size();) {
+            const qsizetype piece =
+                std::min<qsizetype>(QRandomGenerator::global()->bounded(0, 80), stream.size() - at);
+            out += buffer.update(stream.sliced(at, piece));
+            at += piece;
+        }
+        const QByteArray held = buffer.finalData();
+        EXPECT_EQ(held, stream.last(32));
+        EXPECT_EQ(out + held, stream);
+    }
+}
+
+QByteArray keyBody(const QByteArray& plaintext) {
+    return reference::encryptWithKeys(plaintext, key, hmacKey, iv).sliced(18);
+}
+
+TEST(DecryptorEngineV3, ChecksTheHeldBackMacAtTheEnd) {
+    const QByteArray header = QByteArray("\x03\x00", 2) + iv;
+    const QByteArray plaintext = reference::pattern(100, 8);
+
+    DecryptorEngineV3 right(key, hmacKey, iv, header);
+    QByteArray out = right.update(keyBody(plaintext));
+    out += right.finalData();
+    EXPECT_EQ(out, plaintext);
+
+    DecryptorEngineV3 wrongMacKey(key, reference::pattern(32, 9), iv, header);
+    EXPECT_EQ(wrongMacKey.update(keyBody(plaintext)), plaintext.first(96)); // unauthenticated, handed out
+    EXPECT_THROW((void)wrongMacKey.finalData(), RNCryptor::Error);
+
+    DecryptorEngineV3 shortBody(key, hmacKey, iv, header);
+    EXPECT_TRUE(shortBody.update(keyBody(plaintext).first(20)).isEmpty());
+    try {
+        (void)shortBody.finalData();
+        ADD_FAILURE() << "a 20-byte body passed the MAC check";
+    } catch (const RNCryptor::Error& error) {
+        EXPECT_EQ(error.code(), RNCryptor::Error::hmacMismatch);
+    }
+}
+
+TEST(DecryptorEngineV3DeathTest, WrongKeyOrIvSizesStopTheProcess) {
+    const QByteArray header(18, '\x03');
+    EXPECT_DEATH(DecryptorEngineV3(key.first(16), hmacKey, iv, header),
+                 "marlockCompanionCommon/RNCryptor:[0-9]+: Fatal error: Precondition failed: encryption key");
+    EXPECT_DEATH(DecryptorEngineV3(key, hmacKey + "x", iv, header), "Precondition failed: HMAC key");
+    EXPECT_DEATH(DecryptorEngineV3(key, hmacKey, iv.first(8), header), "Precondition failed: IV");
+}
+
+} // namespace
