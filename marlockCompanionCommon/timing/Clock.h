@@ -58,10 +58,17 @@ public slots:
     // The clock-change action: invalidates the pending timer and re-arms, without a tick.
     void significantTimeChangeDidOccur();
 
+    // A clock without a period must not exist: C++ code cannot name this initialiser, and
+    // reaching it through the meta-object system (Clock::staticMetaObject.newInstance()) stops
+    // the process. moc lists only public constructors, hence the section it alone sees.
+#ifdef Q_MOC_RUN
+public:
+#else
 private:
-    // A clock without a period must not exist; reaching this through the meta-object system
-    // stops the process.
+#endif
     Q_INVOKABLE Clock();
+
+private:
 
     const double period_;
     TickHandler onTick_;
