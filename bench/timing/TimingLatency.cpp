@@ -126,7 +126,8 @@ int measureDisplayLink(QGuiApplication& app, double seconds) {
     const qint64 begin = steadyNs();
     link.start();
     baseline.start();
-    QTimer::singleShot(std::chrono::milliseconds(std::lround(seconds * 1000)), &app, &QCoreApplication::quit);
+    QTimer::singleShot(std::chrono::milliseconds(std::lround(seconds * 1000)), Qt::PreciseTimer, &app,
+                       &QCoreApplication::quit);
     app.exec();
     link.stop();
     baseline.stop();

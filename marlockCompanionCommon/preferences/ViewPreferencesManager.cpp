@@ -13,11 +13,12 @@ ViewPreferencesManager* ViewPreferencesManager::sharedManager() {
     static std::once_flag once;
     static ViewPreferencesManager* shared = nullptr;
     std::call_once(once, [] {
-        platform::UserDefaults* defaults = platform::UserDefaults::suiteNamed(platform::Identity::applicationGroup());
+        platform::UserDefaults* defaults =
+            platform::UserDefaults::suiteNamed(platform::Identity::applicationGroup());
         if (!defaults)
             defaults = platform::UserDefaults::standardUserDefaults();
-        shared = new ViewPreferencesManager(defaults, marlockCommon::resourceData(QStringLiteral("defaults"),
-                                                                                  QStringLiteral("plist")));
+        shared = new ViewPreferencesManager(
+            defaults, marlockCommon::resourceData(QStringLiteral("defaults"), QStringLiteral("plist")));
     });
     return shared;
 }
@@ -68,7 +69,9 @@ void ViewPreferencesManager::setChangeColorWhenCodeWillChange(bool changeColor, 
     post(VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification);
 }
 
-bool ViewPreferencesManager::getAnimateCodeChanges() const { return userDefaults_->boolForKey(animateCodeChangesKey_); }
+bool ViewPreferencesManager::getAnimateCodeChanges() const {
+    return userDefaults_->boolForKey(animateCodeChangesKey_);
+}
 
 void ViewPreferencesManager::setAnimateCodeChanges(bool animate, bool synchronize) {
     userDefaults_->setBool(animate, animateCodeChangesKey_);
@@ -78,7 +81,7 @@ void ViewPreferencesManager::setAnimateCodeChanges(bool animate, bool synchroniz
 
 void ViewPreferencesManager::resetToDefault() {
     userDefaults_->setBool(true, animateCodeChangesKey_);
-    userDefaults_->setObject(QString(), separatorStringKey_);
+    userDefaults_->setObject(QStringLiteral(""), separatorStringKey_);
     post(VPMSeparatorStringDidChangeDarwinNotification);
     userDefaults_->setBool(false, changeColorWhenCodeWillChangeKey_);
     post(VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification);

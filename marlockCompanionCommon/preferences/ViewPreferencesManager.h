@@ -42,8 +42,8 @@ public:
     // A manager over `userDefaults` (not owned, must outlive it), registering the dictionary in
     // the property list `registrationDefaults` when it reads as one. For hosts and tests that
     // need a store of their own; the shared manager is made the same way.
-    ViewPreferencesManager(platform::UserDefaults* userDefaults, const std::optional<QByteArray>& registrationDefaults,
-                           QObject* parent = nullptr);
+    ViewPreferencesManager(platform::UserDefaults* userDefaults,
+                           const std::optional<QByteArray>& registrationDefaults, QObject* parent = nullptr);
     ~ViewPreferencesManager() override;
     Q_DISABLE_COPY(ViewPreferencesManager)
 

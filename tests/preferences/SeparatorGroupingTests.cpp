@@ -6,7 +6,9 @@
 
 namespace {
 
-QString s(const char16_t* text) { return QString::fromUtf16(text); }
+QString s(const char16_t* text) {
+    return QString::fromUtf16(text);
+}
 
 QString format(const char16_t* code, const char16_t* separator) {
     return ViewPreferencesManager::insertSeparator(s(code), s(separator));

@@ -48,20 +48,23 @@ private:
 
 TEST(SharedPreferences, AChangeInOneProcessIsAnnouncedToAndReadByTheOther) {
     ViewPreferencesManager* manager = ViewPreferencesManager::sharedManager();
-    platform::UserDefaults* store = platform::UserDefaults::suiteNamed(platform::Identity::applicationGroup());
+    platform::UserDefaults* store =
+        platform::UserDefaults::suiteNamed(platform::Identity::applicationGroup());
     manager->setChangeColorWhenCodeWillChange(false);
 
     QStringList heard;
     auto center = PLXDarwinNotificationCenter::otpDarwinNotificationCenter();
-    auto token = center->addObserverForName(VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification, nullptr,
-                                            [&](const platform::Notification& n) { heard.append(n.name); });
+    auto token =
+        center->addObserverForName(VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification, nullptr,
+                                   [&](const platform::Notification& n) { heard.append(n.name); });
 
     Peer peer;
     ASSERT_TRUE(peer.waitForLine(QStringLiteral("ready"))) << peer.lines().join('\n').toStdString();
 
     // This process writes; the peer hears the name and reads the new value from the store.
     manager->setSeparatorString(QStringLiteral("\u00B7"));
-    EXPECT_TRUE(peer.waitForLine(QStringLiteral("VPMSeparatorStringDidChangeDarwinNotification separator=\u00B7 color=0")))
+    EXPECT_TRUE(peer.waitForLine(
+        QStringLiteral("VPMSeparatorStringDidChangeDarwinNotification separator=\u00B7 color=0")))
         << peer.lines().join('\n').toStdString();
 
     // The peer writes; this process hears the prefixed name and reads the value once its store

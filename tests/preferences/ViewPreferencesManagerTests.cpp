@@ -31,11 +31,12 @@ platform::UserDefaults* freshSuite() {
 class NotificationRecorder {
 public:
     NotificationRecorder() {
-        for (const QString& name :
-             {VPMSeparatorStringDidChangeDarwinNotification, VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification})
-            tokens_.push_back(center_->addObserverForName(name, nullptr, [this](const platform::Notification& n) {
-                names.append(n.name.section(QLatin1Char('.'), -1));
-            }));
+        for (const QString& name : {VPMSeparatorStringDidChangeDarwinNotification,
+                                    VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification})
+            tokens_.push_back(
+                center_->addObserverForName(name, nullptr, [this](const platform::Notification& n) {
+                    names.append(n.name.section(QLatin1Char('.'), -1));
+                }));
     }
     ~NotificationRecorder() {
         for (const auto& token : tokens_)
@@ -47,7 +48,8 @@ public:
     QStringList names;
 
 private:
-    std::shared_ptr<PLXNotificationCenter> center_ = PLXDarwinNotificationCenter::otpDarwinNotificationCenter();
+    std::shared_ptr<PLXNotificationCenter> center_ =
+        PLXDarwinNotificationCenter::otpDarwinNotificationCenter();
     std::vector<PLXNotificationCenter::ObserverToken> tokens_;
 };
 
@@ -65,8 +67,8 @@ TEST(ViewPreferencesManager, WithNothingStoredOrRegisteredReadsEmptyAndFalse) {
     EXPECT_EQ(withUnreadableFile.getSeparatorString(), QString());
     EXPECT_FALSE(withUnreadableFile.getAnimateCodeChanges());
 
-    ViewPreferencesManager withAnArray(freshSuite(), platform::PropertyList::write(
-                                                         QVariantList{true}, platform::PropertyList::Format::Xml));
+    ViewPreferencesManager withAnArray(
+        freshSuite(), platform::PropertyList::write(QVariantList{true}, platform::PropertyList::Format::Xml));
     EXPECT_FALSE(withAnArray.getAnimateCodeChanges());
 }
 
@@ -90,7 +92,8 @@ TEST(ViewPreferencesManager, TheLibrarysDefaultsFileIsRegistered) {
 
     ViewPreferencesManager manager(freshSuite(), bytes);
     EXPECT_EQ(manager.getSeparatorString(), expected.value("separatorString").toString());
-    EXPECT_EQ(manager.getChangeColorWhenCodeWillChange(), expected.value("changeColorWhenCodeWillChange").toBool());
+    EXPECT_EQ(manager.getChangeColorWhenCodeWillChange(),
+              expected.value("changeColorWhenCodeWillChange").toBool());
     EXPECT_EQ(manager.getAnimateCodeChanges(), expected.value("animateCodeChanges").toBool());
 }
 
@@ -128,7 +131,8 @@ TEST(ViewPreferencesManager, ResetWritesTheFactoryValuesAndPostsSeparatorThenCol
 
     manager.resetToDefault();
     EXPECT_TRUE(manager.getAnimateCodeChanges());
-    EXPECT_EQ(manager.getSeparatorString(), QString()) << "written, so the registered \" \" no longer applies";
+    EXPECT_EQ(manager.getSeparatorString(), QString())
+        << "written, so the registered \" \" no longer applies";
     EXPECT_FALSE(manager.getChangeColorWhenCodeWillChange());
 
     ASSERT_TRUE(waitUntil([&] { return recorder.names.size() >= 2; }));

@@ -41,8 +41,8 @@ int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     ViewPreferencesManager* manager = ViewPreferencesManager::sharedManager();
     auto center = PLXDarwinNotificationCenter::otpDarwinNotificationCenter();
-    for (const QString& name :
-         {VPMSeparatorStringDidChangeDarwinNotification, VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification})
+    for (const QString& name : {VPMSeparatorStringDidChangeDarwinNotification,
+                                VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification})
         (void)center->addObserverForName(name, nullptr, [manager](const platform::Notification& n) {
             (void)platform::UserDefaults::suiteNamed(platform::Identity::applicationGroup())->synchronize();
             say(QStringLiteral("%1 separator=%2 color=%3")
