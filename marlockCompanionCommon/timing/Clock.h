@@ -25,7 +25,8 @@ class Clock : public QObject {
 public:
     using TickHandler = std::function<void(double)>;
 
-    // Stores the period (seconds) and the tick closure; does not start the clock.
+    // Stores the period (seconds, greater than zero) and the tick closure; does not start the
+    // clock.
     explicit Clock(double period, TickHandler onTick = {}, QObject* parent = nullptr);
     ~Clock() override;
     Q_DISABLE_COPY(Clock)
@@ -69,7 +70,6 @@ private:
     Q_INVOKABLE Clock();
 
 private:
-
     const double period_;
     TickHandler onTick_;
     bool started_ = false;

@@ -62,6 +62,9 @@ void RunLoopTimer::invalidate() {
 
 void RunLoopTimer::armForRemainingTime() {
     const double left = fireDate_ - timeIntervalSince1970();
+    // A date that is no date (a clock with a zero period computes one) is never reached.
+    if (std::isnan(left))
+        return;
     // Rounded up, so the wait never ends before the date; capped to what a QTimer takes (a
     // longer wait simply re-arms when it ends).
     const double ms = std::ceil(std::max(left, 0.0) * 1000.0);
@@ -72,7 +75,7 @@ void RunLoopTimer::armForRemainingTime() {
 void RunLoopTimer::expire() {
     if (!valid_)
         return;
-    if (timeIntervalSince1970() < fireDate_) {
+    if (std::isnan(fireDate_) || timeIntervalSince1970() < fireDate_) {
         armForRemainingTime();
         return;
     }
