@@ -50,13 +50,13 @@ TEST(SharedPreferences, AChangeInOneProcessIsAnnouncedToAndReadByTheOther) {
     ViewPreferencesManager* manager = ViewPreferencesManager::sharedManager();
     platform::UserDefaults* store =
         platform::UserDefaults::suiteNamed(platform::Identity::applicationGroup());
-    manager->setChangeColorWhenCodeWillChange(false);
-
     QStringList heard;
     auto center = PLXDarwinNotificationCenter::otpDarwinNotificationCenter();
     auto token =
         center->addObserverForName(VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification, nullptr,
                                    [&](const platform::Notification& n) { heard.append(n.name); });
+    manager->setChangeColorWhenCodeWillChange(false);
+    ASSERT_TRUE(waitUntil([&] { return heard.size() == 1; })) << "this process hears its own post";
 
     Peer peer;
     ASSERT_TRUE(peer.waitForLine(QStringLiteral("ready"))) << peer.lines().join('\n').toStdString();
