@@ -1,0 +1,88 @@
+#pragma once
+
+#include <QByteArray>
+#include <QObject>
+#include <QString>
+
+#include <optional>
+
+namespace platform {
+class UserDefaults;
+}
+
+// Posted across processes (through PLXDarwinNotificationCenter::otpDarwinNotificationCenter(),
+// so delivered with the product prefix) after the separator or the colour preference is set.
+// The animation preference deliberately has no notification.
+inline const QString VPMSeparatorStringDidChangeDarwinNotification =
+    QStringLiteral("VPMSeparatorStringDidChangeDarwinNotification");
+inline const QString VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification =
+    QStringLiteral("VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification");
+
+// The display preferences that the companion application and its widget share: the separator
+// shown inside a one-time code, whether the code changes colour shortly before it changes, and
+// whether code changes are animated. The values live in the application group's settings suite,
+// so both processes see the same values; nothing is cached, every getter reads the store.
+// Values another process wrote show once the store has taken them in (UserDefaults::synchronize()),
+// which a host does when it hears the notification.
+//
+// Keys: "separatorString" (string), "changeColorWhenCodeWillChange" and "animateCodeChanges"
+// (booleans). Safe from any thread; the notifications arrive on the main thread.
+//
+//   auto* preferences = ViewPreferencesManager::sharedManager();
+//   preferences->setSeparatorString(QStringLiteral(" "));
+//   label->setText(ViewPreferencesManager::formatCodeWithSeparator(QStringLiteral("123456"))); // "123 456"
+class ViewPreferencesManager : public QObject {
+    Q_OBJECT
+public:
+    // The process's manager, over the application group's suite (the standard store when the
+    // suite cannot be opened) with marlockCommon's "defaults" property list registered as its
+    // defaults. Created on first use, kept for the life of the process.
+    static ViewPreferencesManager* sharedManager();
+
+    // A manager over `userDefaults` (not owned, must outlive it), registering the dictionary in
+    // the property list `registrationDefaults` when it reads as one. For hosts and tests that
+    // need a store of their own; the shared manager is made the same way.
+    ViewPreferencesManager(platform::UserDefaults* userDefaults,
+                           const std::optional<QByteArray>& registrationDefaults, QObject* parent = nullptr);
+    ~ViewPreferencesManager() override;
+    Q_DISABLE_COPY(ViewPreferencesManager)
+
+    // The separator; empty when none is stored or registered. A stored value that is not a
+    // string stops the process.
+    Q_INVOKABLE QString getSeparatorString() const;
+    // Stores the separator, flushes the store when `synchronize`, and always posts
+    // VPMSeparatorStringDidChangeDarwinNotification (also when the value is unchanged).
+    Q_INVOKABLE void setSeparatorString(const QString& separator, bool synchronize = true);
+
+    // False when neither stored nor registered.
+    Q_INVOKABLE bool getChangeColorWhenCodeWillChange() const;
+    // Stores, optionally flushes, and always posts
+    // VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification.
+    Q_INVOKABLE void setChangeColorWhenCodeWillChange(bool changeColor, bool synchronize = true);
+
+    // False when neither stored nor registered.
+    Q_INVOKABLE bool getAnimateCodeChanges() const;
+    // Stores and optionally flushes; posts nothing.
+    Q_INVOKABLE void setAnimateCodeChanges(bool animate, bool synchronize = true);
+
+    // Writes the factory values (animation on, empty separator, colour change off), posting the
+    // separator notification and then the colour one, and flushes the process's standard store.
+    // The values are written, not removed: registered defaults no longer apply afterwards.
+    Q_INVOKABLE void resetToDefault();
+
+    // `code` with the shared manager's separator inserted: 3 + rest for 4 to 7 characters,
+    // 3 + 3 + rest for 8 or more, unchanged for fewer or with an empty separator. Lengths count
+    // UTF-16 code units, so a character outside the BMP counts two.
+    //   "12345678" with "-" → "123-456-78"
+    static QString formatCodeWithSeparator(const QString& code);
+    // The same rule with a given separator.
+    static QString insertSeparator(const QString& code, const QString& separator);
+
+private:
+    void post(const QString& name) const;
+
+    platform::UserDefaults* const userDefaults_;
+    const QString separatorStringKey_;
+    const QString changeColorWhenCodeWillChangeKey_;
+    const QString animateCodeChangesKey_;
+};

@@ -1,0 +1,121 @@
+#include "marlockCompanionCommon/platform/SystemClockMonitor.h"
+
+#include "marlockCompanionCommon/platform/NotificationCenter.h"
+#include "marlockCompanionCommon/platform/OperationQueue.h"
+#include "tests/support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <atomic>
+
+using namespace std::chrono_literals;
+using platform::SystemClockMonitor;
+using testsupport::spinEventLoop;
+using testsupport::waitUntil;
+
+namespace {
+
+// A source the test can fire: an eventfd made readable by hand, reporting either a clock change
+// or a spurious wake-up.
+class ManualSource : public SystemClockMonitor::Source {
+public:
+    struct State {
+        std::atomic<int> arms{0};
+        std::atomic<bool> nextIsClockChange{true};
+    };
+    ManualSource(int fd, std::shared_ptr<State> state)
+        : fd_(fd)
+        , state_(std::move(state)) {}
+    int fileDescriptor() const override { return fd_; }
+    bool arm(platform::Error*) override {
+        ++state_->arms;
+        return true;
+    }
+    Event readEvent() override {
+        uint64_t value = 0;
+        if (::read(fd_, &value, sizeof value) != ssize_t(sizeof value))
+            return Event::Nothing;
+        return state_->nextIsClockChange ? Event::ClockWasSet : Event::Nothing;
+    }
+
+private:
+    int fd_;
+    std::shared_ptr<State> state_;
+};
+
+class SystemClockMonitorTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        fd_ = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+        ASSERT_GE(fd_, 0);
+        token_ = platform::NotificationCenter::defaultCenter().addObserver(
+            platform::SystemClockDidChangeNotification, nullptr, nullptr,
+            [this](const platform::Notification& n) {
+                ++posts_;
+                postsOnMain_ += platform::isMainThread() && n.object.isNull();
+            });
+    }
+    void TearDown() override {
+        platform::NotificationCenter::defaultCenter().removeObserver(token_);
+        ::close(fd_);
+    }
+    void trigger() {
+        const uint64_t one = 1;
+        ASSERT_EQ(::write(fd_, &one, sizeof one), ssize_t(sizeof one));
+    }
+
+    int fd_ = -1;
+    platform::NotificationCenter::ObserverToken token_;
+    std::atomic<int> posts_{0}, postsOnMain_{0};
+};
+
+TEST_F(SystemClockMonitorTest, PostsOnTheMainThreadAndRearmsAfterEachChange) {
+    auto state = std::make_shared<ManualSource::State>();
+    SystemClockMonitor monitor(std::make_unique<ManualSource>(fd_, state));
+    ASSERT_TRUE(monitor.start());
+    ASSERT_TRUE(monitor.start());
+    EXPECT_TRUE(monitor.isRunning());
+    EXPECT_EQ(state->arms, 1);
+
+    trigger();
+    ASSERT_TRUE(waitUntil([&] { return posts_ == 1; }));
+    EXPECT_EQ(state->arms, 2) << "re-armed after the change";
+    trigger();
+    ASSERT_TRUE(waitUntil([&] { return posts_ == 2; }));
+    EXPECT_EQ(state->arms, 3);
+    EXPECT_EQ(postsOnMain_, 2) << "posted on the main thread, with no object";
+
+    state->nextIsClockChange = false;
+    trigger();
+    spinEventLoop(50ms);
+    EXPECT_EQ(posts_, 2) << "a wake-up that is no change posts nothing";
+    EXPECT_EQ(state->arms, 3);
+
+    monitor.stop();
+    EXPECT_FALSE(monitor.isRunning());
+    state->nextIsClockChange = true;
+    trigger();
+    spinEventLoop(50ms);
+    EXPECT_EQ(posts_, 2) << "a stopped monitor is deaf";
+}
+
+TEST_F(SystemClockMonitorTest, TheRealtimeSourceWaitsQuietlyForAClockChange) {
+    platform::Error error;
+    auto source = SystemClockMonitor::makeRealtimeClockSource(&error);
+    ASSERT_NE(source, nullptr) << error.description().toStdString();
+    ASSERT_TRUE(source->arm(&error)) << error.description().toStdString();
+    pollfd readable{source->fileDescriptor(), POLLIN, 0};
+    EXPECT_EQ(::poll(&readable, 1, 20), 0) << "armed for no expiry of its own";
+    EXPECT_EQ(source->readEvent(), SystemClockMonitor::Source::Event::Nothing);
+
+    EXPECT_TRUE(SystemClockMonitor::startShared(&error)) << error.description().toStdString();
+    EXPECT_TRUE(SystemClockMonitor::startShared());
+    spinEventLoop(50ms);
+    EXPECT_EQ(posts_, 0) << "the machine's clock is never set by the tests";
+}
+
+} // namespace
