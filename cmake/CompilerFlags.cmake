@@ -3,7 +3,7 @@
 
 add_library(marlock_build_flags INTERFACE)
 target_compile_options(marlock_build_flags INTERFACE
-    -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wcast-align -Woverloaded-virtual
+    -Wall -Wextra -Wpedantic $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local> -Wnon-virtual-dtor -Wcast-align -Woverloaded-virtual
     -Wformat=2 -Wimplicit-fallthrough
     $<$<BOOL:${MARLOCK_WERROR}>:-Werror>
     # Hardening: stack protector, fortified libc calls, no executable stack.

@@ -3,6 +3,9 @@
 #   find_package(marlockCommon)          → marlockCommon::marlockCommon
 include(CMakePackageConfigHelpers)
 
+# pkg-config files locate the prefix from their own folder, so an installed tree can be moved.
+file(RELATIVE_PATH PC_PREFIX_FROM_PCDIR /root/${CMAKE_INSTALL_LIBDIR}/pkgconfig /root)
+
 foreach(pkg marlockCommon marlockCompanionCommon)
     install(TARGETS ${pkg} EXPORT ${pkg}Targets
             LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}

@@ -1,3 +1,5 @@
 #include "marlockCompanionCommon/Version.h"
 
-QString marlockCompanionCommonVersion() { return QStringLiteral(MARLOCK_VERSION); }
+QString marlockCompanionCommonVersion() {
+    return QStringLiteral(MARLOCK_VERSION);
+}

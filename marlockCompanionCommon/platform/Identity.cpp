@@ -16,14 +16,18 @@ QString bundleIdentifier() {
     return fromEnvironment("MARLOCK_BUNDLE_IDENTIFIER", QStringLiteral("org.marlock.companion.desktopapp"));
 }
 
-QString teamPrefix() { return fromEnvironment("MARLOCK_TEAM_PREFIX", QStringLiteral("MRLK7Q2X9Z")); }
+QString teamPrefix() {
+    return fromEnvironment("MARLOCK_TEAM_PREFIX", QStringLiteral("MRLK7Q2X9Z"));
+}
 
 QString applicationGroup() {
-    return fromEnvironment("MARLOCK_APPLICATION_GROUP", teamPrefix() + QStringLiteral(".group.") + bundleIdentifier());
+    return fromEnvironment("MARLOCK_APPLICATION_GROUP",
+                           teamPrefix() + QStringLiteral(".group.") + bundleIdentifier());
 }
 
 QString keychainIdentifier() {
-    return fromEnvironment("MARLOCK_KEYCHAIN_IDENTIFIER", teamPrefix() + QLatin1Char('.') + bundleIdentifier());
+    return fromEnvironment("MARLOCK_KEYCHAIN_IDENTIFIER",
+                           teamPrefix() + QLatin1Char('.') + bundleIdentifier());
 }
 
 } // namespace platform::Identity

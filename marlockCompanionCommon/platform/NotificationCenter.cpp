@@ -11,7 +11,7 @@ namespace platform {
 class NotificationCenter::Registration {};
 
 struct NotificationCenter::Entry {
-    QString name;                 // empty: every name
+    QString name;                    // empty: every name
     const QObject* sender = nullptr; // compared by identity only, never dereferenced
     // Block observers
     ObserverToken token;
@@ -34,7 +34,8 @@ namespace {
 // Finds `name(platform::Notification)` first, then `name()`.
 QMetaMethod findMethod(const QObject* target, const char* method) {
     const QMetaObject* meta = target->metaObject();
-    for (const QByteArray& signature : {QByteArray(method) + "(platform::Notification)", QByteArray(method) + "()"}) {
+    for (const QByteArray& signature :
+         {QByteArray(method) + "(platform::Notification)", QByteArray(method) + "()"}) {
         const int index = meta->indexOfMethod(QMetaObject::normalizedSignature(signature.constData()));
         if (index >= 0)
             return meta->method(index);
@@ -49,7 +50,9 @@ NotificationCenter& NotificationCenter::defaultCenter() {
     return *center;
 }
 
-NotificationCenter::NotificationCenter() { qRegisterMetaType<platform::Notification>(); }
+NotificationCenter::NotificationCenter() {
+    qRegisterMetaType<platform::Notification>();
+}
 
 NotificationCenter::~NotificationCenter() = default;
 
@@ -115,7 +118,8 @@ std::vector<std::shared_ptr<NotificationCenter::Entry>>
 NotificationCenter::snapshotFor(const Notification& notification) {
     std::lock_guard lock(mutex_);
     // Targets destroyed since they registered leave now, so the table does not grow without end.
-    std::erase_if(entries_, [](const std::shared_ptr<Entry>& e) { return e->isTarget && e->target.isNull(); });
+    std::erase_if(entries_,
+                  [](const std::shared_ptr<Entry>& e) { return e->isTarget && e->target.isNull(); });
     std::vector<std::shared_ptr<Entry>> hits;
     for (const auto& e : entries_)
         if (e->matches(notification))
@@ -136,7 +140,8 @@ void NotificationCenter::post(const Notification& notification) {
             if (!target)
                 continue;
             if (entry->method.parameterCount() == 1)
-                entry->method.invoke(target, Qt::DirectConnection, Q_ARG(platform::Notification, notification));
+                entry->method.invoke(target, Qt::DirectConnection,
+                                     Q_ARG(platform::Notification, notification));
             else
                 entry->method.invoke(target, Qt::DirectConnection);
         } else if (entry->queue) {

@@ -54,7 +54,8 @@ public:
     // Observes `name` (empty: every name) from `sender` (null: any sender) by invoking `method`
     // (a bare name such as "significantTimeChangeDidOccur") on `target`. Returns false, and
     // registers nothing, when the target has no such method.
-    bool addObserver(QObject* target, const char* method, const QString& name, const QObject* sender = nullptr);
+    bool addObserver(QObject* target, const char* method, const QString& name,
+                     const QObject* sender = nullptr);
 
     // Removes every registration of `target`, or only those for `name` and/or `sender`.
     void removeObserver(const QObject* target, const QString& name = {}, const QObject* sender = nullptr);

@@ -69,9 +69,13 @@ void OperationQueue::waitUntilAllOperationsAreFinished() {
     d->pool->waitForDone();
 }
 
-bool OperationQueue::isMainQueue() const { return d->main; }
+bool OperationQueue::isMainQueue() const {
+    return d->main;
+}
 
-QString OperationQueue::name() const { return d->name; }
+QString OperationQueue::name() const {
+    return d->name;
+}
 
 void dispatchAsyncMain(std::function<void()> work) {
     QMetaObject::invokeMethod(requireApplication(), std::move(work), Qt::QueuedConnection);
@@ -80,7 +84,8 @@ void dispatchAsyncMain(std::function<void()> work) {
 void dispatchAfterMain(qint64 nanoseconds, std::function<void()> work) {
     // The deadline is fixed now, on the caller's thread; the timer is armed on the main thread
     // (a QTimer belongs to the thread that starts it) for whatever time is left then.
-    const QDeadlineTimer deadline(std::chrono::nanoseconds(std::max<qint64>(nanoseconds, 0)), Qt::PreciseTimer);
+    const QDeadlineTimer deadline(std::chrono::nanoseconds(std::max<qint64>(nanoseconds, 0)),
+                                  Qt::PreciseTimer);
     dispatchAsyncMain([deadline, work = std::move(work)]() mutable {
         const qint64 leftNs = deadline.remainingTimeNSecs();
         if (leftNs <= 0) {

@@ -1,0 +1,76 @@
+#include "marlockCompanionCommon/platform/Error.h"
+#include "marlockCompanionCommon/platform/FatalError.h"
+#include "marlockCompanionCommon/platform/Identity.h"
+#include "marlockCompanionCommon/platform/SystemLog.h"
+
+#include <gtest/gtest.h>
+
+using namespace platform;
+
+TEST(ErrorTest, DescriptionPrefersTheLocalizedTextAndOutParameterIsOptional) {
+    Error plain(QStringLiteral("FXKeychainErrorDomain"), -25300);
+    EXPECT_EQ(plain.description(), QStringLiteral("FXKeychainErrorDomain error -25300"));
+
+    Error described(QStringLiteral("D"), 1,
+                    {{Error::localizedDescriptionKey, QStringLiteral("The item was not found.")}});
+    EXPECT_EQ(described.description(), QStringLiteral("The item was not found."));
+
+    setError(nullptr, described); // must not crash
+    Error out;
+    setError(&out, described);
+    EXPECT_EQ(out, described);
+}
+
+TEST(FatalErrorDeathTest, WritesUnitLineAndMessageThenAborts) {
+    EXPECT_DEATH(fatalError(QStringLiteral("SECURITY FAILURE: boom"), "marlockCompanionCommon/RNCryptor", 42),
+                 "^marlockCompanionCommon/RNCryptor:42: Fatal error: SECURITY FAILURE: boom\n");
+    // The default unit is the calling file, from the repository root.
+    EXPECT_DEATH(fatalError(QStringLiteral("stop")),
+                 "^tests/platform/ErrorAndLogTest.cpp:[0-9]+: Fatal error: stop");
+}
+
+TEST(SystemLogTest, CaptureSeesMessagesAndNestedCapturesRestore) {
+    QStringList outer, inner;
+    {
+        SystemLogCapture a([&](const QString& line) { outer << line; });
+        systemLog(QStringLiteral("first"));
+        {
+            SystemLogCapture b([&](const QString& line) { inner << line; });
+            systemLog(QStringLiteral("second"));
+        }
+        systemLog(QStringLiteral("third"));
+    }
+    systemLog(QStringLiteral("not captured"));
+    EXPECT_EQ(outer, (QStringList{"first", "third"}));
+    EXPECT_EQ(inner, (QStringList{"second"}));
+}
+
+TEST(IdentityTest, DefaultsAreDerivedAndEachCanBeOverridden) {
+    const QByteArray saved[] = {qgetenv("MARLOCK_BUNDLE_IDENTIFIER"), qgetenv("MARLOCK_TEAM_PREFIX"),
+                                qgetenv("MARLOCK_APPLICATION_GROUP"), qgetenv("MARLOCK_KEYCHAIN_IDENTIFIER")};
+    for (const char* name : {"MARLOCK_BUNDLE_IDENTIFIER", "MARLOCK_TEAM_PREFIX", "MARLOCK_APPLICATION_GROUP",
+                             "MARLOCK_KEYCHAIN_IDENTIFIER"})
+        qunsetenv(name);
+
+    EXPECT_EQ(Identity::bundleIdentifier(), QStringLiteral("org.marlock.companion.desktopapp"));
+    EXPECT_EQ(Identity::bundleIdentifier().size(), 32);
+    EXPECT_EQ(Identity::applicationGroup(),
+              QStringLiteral("MRLK7Q2X9Z.group.org.marlock.companion.desktopapp"));
+    EXPECT_EQ(Identity::applicationGroup().size(), 49);
+    EXPECT_EQ(Identity::keychainIdentifier(), QStringLiteral("MRLK7Q2X9Z.org.marlock.companion.desktopapp"));
+
+    qputenv("MARLOCK_TEAM_PREFIX", "TEAM");
+    EXPECT_EQ(Identity::applicationGroup(), QStringLiteral("TEAM.group.org.marlock.companion.desktopapp"));
+    qputenv("MARLOCK_APPLICATION_GROUP", "custom.group");
+    EXPECT_EQ(Identity::applicationGroup(), QStringLiteral("custom.group"));
+    EXPECT_EQ(Identity::keychainIdentifier(), QStringLiteral("TEAM.org.marlock.companion.desktopapp"));
+
+    const char* names[] = {"MARLOCK_BUNDLE_IDENTIFIER", "MARLOCK_TEAM_PREFIX", "MARLOCK_APPLICATION_GROUP",
+                           "MARLOCK_KEYCHAIN_IDENTIFIER"};
+    for (int i = 0; i < 4; ++i) {
+        if (saved[i].isNull())
+            qunsetenv(names[i]);
+        else
+            qputenv(names[i], saved[i]);
+    }
+}
