@@ -14,10 +14,15 @@
 //   string ↔ QString        data ↔ QByteArray      boolean ↔ bool       integer ↔ qint64
 //   real   ↔ double         date ↔ QDateTime (UTC) array ↔ QVariantList dictionary ↔ QVariantMap
 //   UID    ↔ platform::PropertyList::Uid (binary only; keyed archives use it)
-// Other integer types (int, uint, …) are written as integers. Any other QVariant type cannot be
-// written and is an error.
+// Other integer types (int, uint, …) are written as integers (unsigned ones up to 2^63 - 1),
+// QStringList as an array and QVariantHash as a dictionary. Any other QVariant type, a string
+// holding NUL, or nesting deeper than 256 levels cannot be written and is an error.
+// Dates count seconds from 2001-01-01T00:00:00Z and must lie within ±2^31 seconds of it
+// (1933 to 2069); binary keeps milliseconds, XML whole seconds.
 //
-// Reading never trusts its input: malformed bytes give an error, never a crash.
+// Reading never trusts its input: malformed bytes, dictionary keys that are not strings,
+// cyclic or explosively shared binary object graphs, nesting deeper than 256 levels and inputs
+// over 64 MiB give an error, never a crash.
 namespace platform::PropertyList {
 
 enum class Format { Xml = 100, Binary = 200 };

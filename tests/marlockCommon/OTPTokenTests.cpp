@@ -1,0 +1,159 @@
+#include "marlockCommon/OTPToken.h"
+#include "marlockCommon/TimeSource.h"
+#include "marlockCommon/TokenError.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+using namespace marlockCommon;
+
+namespace {
+
+// The test keys of RFC 4226 and RFC 6238: ASCII digits, as long as each hash's output.
+const QByteArray sha1Key = "12345678901234567890";
+const QByteArray sha256Key = "12345678901234567890123456789012";
+const QByteArray sha512Key = "1234567890123456789012345678901234567890123456789012345678901234";
+
+std::shared_ptr<OTPToken> makeToken(OTPType type, OTPAlgorithm algorithm, const QByteArray& key, int digits) {
+    auto token = std::make_shared<OTPToken>();
+    token->setType(type);
+    token->setAlgorithm(algorithm);
+    token->setSecret(key);
+    token->setDigits(digits);
+    return token;
+}
+
+TokenError::Code errorOf(const std::function<void()>& call) {
+    try {
+        call();
+    } catch (const TokenError& error) {
+        return error.code();
+    }
+    ADD_FAILURE() << "no TokenError thrown";
+    return {};
+}
+
+class OTPTokenTimeSource : public ::testing::Test {
+protected:
+    void TearDown() override { setTimeIntervalSince1970Source({}); }
+};
+
+} // namespace
+
+TEST(OTPToken, ComputesTheHotpCodesOfRfc4226AppendixD) {
+    const char* expected[] = {"755224", "287082", "359152", "969429", "338314",
+                              "254676", "287922", "162583", "399871", "520489"};
+    auto token = makeToken(OTPType::hotp, OTPAlgorithm::sha1, sha1Key, 6);
+    for (quint64 counter = 0; counter < 10; ++counter) {
+        EXPECT_EQ(token->passwordForCounter(counter), QString::fromLatin1(expected[counter])) << counter;
+        token->setCounter(counter);
+        EXPECT_EQ(token->password(), QString::fromLatin1(expected[counter])) << counter;
+    }
+}
+
+TEST(OTPToken, ComputesTheTotpCodesOfRfc6238AppendixB) {
+    struct Vector {
+        double time;
+        const char* sha1;
+        const char* sha256;
+        const char* sha512;
+    };
+    const Vector vectors[] = {
+        {59, "94287082", "46119246", "90693936"},         {1111111109, "07081804", "68084774", "25091201"},
+        {1111111111, "14050471", "67062674", "99943326"}, {1234567890, "89005924", "91819424", "93441116"},
+        {2000000000, "69279037", "90698825", "38618901"}, {20000000000, "65353130", "77737706", "47863826"},
+    };
+    auto sha1 = makeToken(OTPType::totp, OTPAlgorithm::sha1, sha1Key, 8);
+    auto sha256 = makeToken(OTPType::totp, OTPAlgorithm::sha256, sha256Key, 8);
+    auto sha512 = makeToken(OTPType::totp, OTPAlgorithm::sha512, sha512Key, 8);
+    for (const auto& v : vectors) {
+        EXPECT_EQ(sha1->password(v.time), QString::fromLatin1(v.sha1)) << v.time;
+        EXPECT_EQ(sha256->password(v.time), QString::fromLatin1(v.sha256)) << v.time;
+        EXPECT_EQ(sha512->password(v.time), QString::fromLatin1(v.sha512)) << v.time;
+    }
+}
+
+TEST(OTPToken, ShorterCodesAreTheLowDigitsOfTheLongOnes) {
+    auto token = makeToken(OTPType::totp, OTPAlgorithm::sha1, sha1Key, 6);
+    EXPECT_EQ(token->password(1111111109), QStringLiteral("081804")); // keeps the leading zero
+    token->setDigits(7);
+    EXPECT_EQ(token->password(1111111109), QStringLiteral("7081804"));
+}
+
+TEST(OTPToken, TimeStepsFollowThePeriod) {
+    auto token = makeToken(OTPType::totp, OTPAlgorithm::sha1, sha1Key, 8);
+    token->setPeriod(60);
+    // With 60-second steps, t = 118 is step 1, whose 30-second code belongs to t = 59.
+    EXPECT_EQ(token->password(118), QStringLiteral("94287082"));
+    EXPECT_EQ(token->password(119.999), QStringLiteral("94287082"));
+    EXPECT_NE(token->password(120), QStringLiteral("94287082"));
+}
+
+TEST(OTPToken, HotpIgnoresTheTime) {
+    auto token = makeToken(OTPType::hotp, OTPAlgorithm::sha1, sha1Key, 6);
+    token->setCounter(3);
+    EXPECT_EQ(token->password(59), QStringLiteral("969429"));
+    EXPECT_EQ(token->password(2000000000), QStringLiteral("969429"));
+    EXPECT_EQ(token->timeRemaining(59), 0);
+}
+
+TEST(OTPToken, RefusesToComputeFromInvalidFields) {
+    auto token = makeToken(OTPType::totp, OTPAlgorithm::sha1, sha1Key, 6);
+    token->setDigits(5);
+    EXPECT_EQ(errorOf([&] { (void)token->password(59); }), TokenError::Code::invalidDigits);
+    token->setDigits(9);
+    EXPECT_EQ(errorOf([&] { (void)token->passwordForCounter(1); }), TokenError::Code::invalidDigits);
+    token->setDigits(6);
+    token->setPeriod(0);
+    EXPECT_EQ(errorOf([&] { (void)token->password(59); }), TokenError::Code::invalidPeriod);
+    token->setPeriod(-30);
+    EXPECT_EQ(errorOf([&] { token->validate(); }), TokenError::Code::invalidPeriod);
+    token->setPeriod(30);
+    token->setSecret({});
+    EXPECT_EQ(errorOf([&] { (void)token->password(59); }), TokenError::Code::emptySecret);
+}
+
+TEST(OTPToken, RefusesTimesOutsideTheCounterRange) {
+    auto token = makeToken(OTPType::totp, OTPAlgorithm::sha1, sha1Key, 6);
+    EXPECT_EQ(errorOf([&] { (void)token->password(-1); }), TokenError::Code::invalidTime);
+    EXPECT_EQ(errorOf([&] { (void)token->password(std::nan("")); }), TokenError::Code::invalidTime);
+    EXPECT_EQ(errorOf([&] { (void)token->password(std::numeric_limits<double>::infinity()); }),
+              TokenError::Code::invalidTime);
+    EXPECT_EQ(errorOf([&] { (void)token->password(1e30); }), TokenError::Code::invalidTime);
+    EXPECT_EQ(token->password(0).size(), 6);
+}
+
+TEST(OTPToken, ErrorsNameTheProblemAndTheValue) {
+    auto token = makeToken(OTPType::totp, OTPAlgorithm::sha1, sha1Key, 12);
+    try {
+        token->validate();
+        FAIL() << "no TokenError thrown";
+    } catch (const std::exception& error) {
+        EXPECT_STREQ(error.what(), "Bad digits (must be 6, 7 or 8): 12");
+        const auto& tokenError = dynamic_cast<const TokenError&>(error);
+        EXPECT_EQ(TokenError::codeName(tokenError.code()), QStringLiteral("invalidDigits"));
+        EXPECT_EQ(tokenError.detail(), QStringLiteral("12"));
+        EXPECT_EQ(TokenError::domain(), QStringLiteral("marlockCommon.TokenError"));
+    }
+}
+
+TEST_F(OTPTokenTimeSource, CurrentCodesAndTimeRemainingReadTheSharedTimeSource) {
+    auto token = makeToken(OTPType::totp, OTPAlgorithm::sha256, sha256Key, 8);
+    setTimeIntervalSince1970Source([] { return 1111111109.0; });
+    EXPECT_EQ(token->password(), QStringLiteral("68084774"));
+    EXPECT_DOUBLE_EQ(token->timeRemaining(), 1.0); // 1111111109 is one second before a boundary
+    setTimeIntervalSince1970Source([] { return 1111111111.5; });
+    EXPECT_EQ(token->password(), QStringLiteral("67062674"));
+    EXPECT_DOUBLE_EQ(token->timeRemaining(), 28.5);
+    setTimeIntervalSince1970Source([] { return 1111111110.0; }); // exactly on a boundary: a full period
+    EXPECT_DOUBLE_EQ(token->timeRemaining(), 30.0);
+}
+
+TEST_F(OTPTokenTimeSource, WithoutAnOverrideTheSystemClockIsUsed) {
+    setTimeIntervalSince1970Source([] { return 59.0; });
+    setTimeIntervalSince1970Source({});
+    // 2020-01-01 lies well in the past of any machine running this; 59 s would not.
+    EXPECT_GT(timeIntervalSince1970(), 1577836800.0);
+}
