@@ -35,7 +35,10 @@ Error keychainError(qint64 code) {
 QString logText(const std::optional<Error>& error) {
     if (!error)
         return QStringLiteral("(null)");
-    return QStringLiteral("Error Domain=%1 Code=%2 \"%3\"").arg(error->domain).arg(error->code).arg(error->description());
+    return QStringLiteral("Error Domain=%1 Code=%2 \"%3\"")
+        .arg(error->domain)
+        .arg(error->code)
+        .arg(error->description());
 }
 
 } // namespace
@@ -43,12 +46,13 @@ QString logText(const std::optional<Error>& error) {
 FXKeychain& FXKeychain::defaultKeychain() {
     static std::once_flag once;
     static FXKeychain* instance = nullptr;
-    std::call_once(once, [] { instance = new FXKeychain(platform::Identity::bundleIdentifier(), std::nullopt, 0); });
+    std::call_once(
+        once, [] { instance = new FXKeychain(platform::Identity::bundleIdentifier(), std::nullopt, 0); });
     return *instance;
 }
 
-FXKeychain::FXKeychain(std::optional<QString> service, std::optional<QString> accessGroup, unsigned accessibility,
-                       std::shared_ptr<platform::KeychainServices> services)
+FXKeychain::FXKeychain(std::optional<QString> service, std::optional<QString> accessGroup,
+                       unsigned accessibility, std::shared_ptr<platform::KeychainServices> services)
     : service_(std::move(service))
     , accessGroup_(std::move(accessGroup))
     , accessibility_(accessibility)
@@ -70,7 +74,9 @@ std::optional<QByteArray> FXKeychain::dataForKey(const QString& key, Error* erro
         return data;
     platform::setError(error, keychainError(status));
     if (status != Code::itemNotFound)
-        platform::systemLog(QStringLiteral("FXKeychain failed to retrieve data for key '%1', error: %2").arg(key).arg(status));
+        platform::systemLog(QStringLiteral("FXKeychain failed to retrieve data for key '%1', error: %2")
+                                .arg(key)
+                                .arg(status));
     return std::nullopt;
 }
 
@@ -82,8 +88,8 @@ QVariant FXKeychain::objectForKey(const QString& key, Error* error) const {
     QVariant result = fxkeychain::decode(*data, &parseError);
     if (!result.isValid()) {
         platform::setError(error, parseError ? *parseError : keychainError(undecodableDataError));
-        platform::systemLog(
-            QStringLiteral("FXKeychain failed to decode data for key '%1', error: %2").arg(key, logText(parseError)));
+        platform::systemLog(QStringLiteral("FXKeychain failed to decode data for key '%1', error: %2")
+                                .arg(key, logText(parseError)));
     }
     return result;
 }
@@ -110,8 +116,9 @@ bool FXKeychain::setObject(const QVariant& object, const QString& key, const pla
             exists ? services_->itemUpdate(itemQuery, attributes) : services_->itemAdd(itemQuery, attributes);
         if (status != Code::success) {
             platform::setError(error, keychainError(status));
-            platform::systemLog(
-                QStringLiteral("FXKeychain failed to store data for key '%1', error: %2").arg(key).arg(status));
+            platform::systemLog(QStringLiteral("FXKeychain failed to store data for key '%1', error: %2")
+                                    .arg(key)
+                                    .arg(status));
             return false;
         }
         return true;
@@ -126,7 +133,8 @@ bool FXKeychain::setObject(const QVariant& object, const QString& key, const pla
         status = services_->itemDelete(*item);
     if (status != Code::success) {
         platform::setError(error, keychainError(status));
-        platform::systemLog(QStringLiteral("FXKeychain failed to delete data for key '%1', error: %2").arg(key).arg(status));
+        platform::systemLog(
+            QStringLiteral("FXKeychain failed to delete data for key '%1', error: %2").arg(key).arg(status));
         return false;
     }
     return true;
@@ -145,7 +153,8 @@ bool FXKeychain::removeObjectForKey(const QString& key, Error* error) {
 }
 
 bool FXKeychain::deleteAllKeysForSecClass(const QString& secClass, Error* error) {
-    const KeychainStatus status = services_->itemDelete(platform::KeychainQuery{secClass, std::nullopt, std::nullopt});
+    const KeychainStatus status =
+        services_->itemDelete(platform::KeychainQuery{secClass, std::nullopt, std::nullopt});
     if (status == Code::success || status == Code::itemNotFound)
         return true;
     platform::setError(error, keychainError(status));
@@ -154,7 +163,8 @@ bool FXKeychain::deleteAllKeysForSecClass(const QString& secClass, Error* error)
 }
 
 bool FXKeychain::resetKeychain(Error* error) {
-    const QString classes[] = {platform::KeychainClass::genericPassword, platform::KeychainClass::internetPassword,
+    const QString classes[] = {platform::KeychainClass::genericPassword,
+                               platform::KeychainClass::internetPassword,
                                platform::KeychainClass::certificate, platform::KeychainClass::key,
                                platform::KeychainClass::identity};
     std::optional<Error> failure;
@@ -183,6 +193,7 @@ std::unique_ptr<platform::KeychainItem> FXKeychain::newKeychainItemForKey(const 
     std::unique_ptr<platform::KeychainItem> item;
     const KeychainStatus status = services_->findGenericPassword(serviceBytes, accountBytes, &content, &item);
     // "%s": the content up to its first NUL byte, "(null)" when there is none.
-    platform::systemLog(status == Code::success ? QString::fromUtf8(content.constData()) : QStringLiteral("(null)"));
+    platform::systemLog(status == Code::success ? QString::fromUtf8(content.constData())
+                                                : QStringLiteral("(null)"));
     return status == Code::success ? std::move(item) : nullptr;
 }

@@ -58,7 +58,8 @@ public:
     void setAccessibility(unsigned accessibility) { accessibility_ = accessibility; }
 
     // The item's raw bytes. A missing item sets code -25300 in `error` (without logging).
-    [[nodiscard]] std::optional<QByteArray> dataForKey(const QString& key, platform::Error* error = nullptr) const;
+    [[nodiscard]] std::optional<QByteArray> dataForKey(const QString& key,
+                                                       platform::Error* error = nullptr) const;
 
     // The decoded value, or an invalid QVariant (with `error` set) when absent or undecodable.
     [[nodiscard]] QVariant objectForKey(const QString& key, platform::Error* error = nullptr) const;
@@ -68,9 +69,10 @@ public:
     // whether it is created or updated. Note: when the key is new and `error` is given, `error`
     // is left holding -25300 from the existence check although the store succeeds. An object
     // that cannot be encoded removes the value stored before and sets the encoding error.
-    [[nodiscard]] bool setObject(const QVariant& object, const QString& key, const platform::KeychainAccess* access,
-                                 platform::Error* error);
-    [[nodiscard]] bool setObject(const QVariant& object, const QString& key, platform::Error* error = nullptr);
+    [[nodiscard]] bool setObject(const QVariant& object, const QString& key,
+                                 const platform::KeychainAccess* access, platform::Error* error);
+    [[nodiscard]] bool setObject(const QVariant& object, const QString& key,
+                                 platform::Error* error = nullptr);
     void setObjectForKeyedSubscript(const QVariant& object, const QString& key);
     // Removing a key that does not exist succeeds.
     [[nodiscard]] bool removeObjectForKey(const QString& key, platform::Error* error = nullptr);

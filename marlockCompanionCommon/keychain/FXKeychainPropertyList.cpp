@@ -2,8 +2,7 @@
 
 namespace {
 
-template <typename Map>
-Map mapRepresentation(const Map& map) {
+template <typename Map> Map mapRepresentation(const Map& map) {
     Map result;
     result.reserve(map.size());
     for (auto it = map.constBegin(); it != map.constEnd(); ++it)

@@ -15,11 +15,11 @@ platform::Error errorFor(const platform::ArchiveException& exception) {
 
 const QStringList& jr_standardAllowedClasses() {
     static const QStringList classes = {
-        QStringLiteral("NSArray"), QStringLiteral("NSDictionary"), QStringLiteral("NSSet"),
-        QStringLiteral("NSOrderedSet"), QStringLiteral("NSString"), QStringLiteral("NSNumber"),
-        QStringLiteral("NSValue"), QStringLiteral("NSDate"), QStringLiteral("NSData"),
-        QStringLiteral("NSNull"), QStringLiteral("NSURL"), QStringLiteral("NSUUID"),
-        QStringLiteral("NSError"), QStringLiteral("NSTimeZone"),
+        QStringLiteral("NSArray"),      QStringLiteral("NSDictionary"), QStringLiteral("NSSet"),
+        QStringLiteral("NSOrderedSet"), QStringLiteral("NSString"),     QStringLiteral("NSNumber"),
+        QStringLiteral("NSValue"),      QStringLiteral("NSDate"),       QStringLiteral("NSData"),
+        QStringLiteral("NSNull"),       QStringLiteral("NSURL"),        QStringLiteral("NSUUID"),
+        QStringLiteral("NSError"),      QStringLiteral("NSTimeZone"),
     };
     return classes;
 }
@@ -46,7 +46,7 @@ std::optional<QVariant> jr_unarchiveData(const QByteArray& data, bool requiresSe
         platform::KeyedUnarchiver unarchiver(data);
         unarchiver.setRequiresSecureCoding(requiresSecureCoding);
         const QStringList allowed = jr_standardAllowedClasses() + whitelist;
-        QVariant root = unarchiver.decodeObjectOfClasses(allowed, platform::KeyedArchive::rootObjectKey);
+        QVariant root = unarchiver.decodeValueOfClasses(allowed, platform::KeyedArchive::rootObjectKey);
         unarchiver.finishDecoding();
         return root;
     } catch (const platform::ArchiveException& exception) {

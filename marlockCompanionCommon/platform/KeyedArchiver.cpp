@@ -1,6 +1,5 @@
 #include "marlockCompanionCommon/platform/KeyedArchiver.h"
 
-#include "marlockCompanionCommon/platform/KeyedArchiverClasses.h"
 #include "marlockCompanionCommon/platform/PropertyList.h"
 
 #include <QDateTime>
@@ -58,7 +57,8 @@ struct KeyedArchiver::Private {
         chain += superclasses;
         if (!chain.contains(QStringLiteral("NSObject")))
             chain.append(QStringLiteral("NSObject"));
-        const quint64 id = append(QVariantMap{{QStringLiteral("$classname"), name}, {QStringLiteral("$classes"), chain}});
+        const quint64 id =
+            append(QVariantMap{{QStringLiteral("$classname"), name}, {QStringLiteral("$classes"), chain}});
         classes.insert(name, id);
         return id;
     }
@@ -83,8 +83,7 @@ struct KeyedArchiver::Private {
         return result;
     }
 
-    template <typename Map>
-    quint64 dictionary(const Map& map, KeyedArchiver& archiver) {
+    template <typename Map> quint64 dictionary(const Map& map, KeyedArchiver& archiver) {
         return classObject(QStringLiteral("NSDictionary"), {}, [&](QVariantMap& object) {
             QVariantList keys, values;
             for (auto it = map.constBegin(); it != map.constEnd(); ++it) {
@@ -96,19 +95,21 @@ struct KeyedArchiver::Private {
         });
     }
 
-    quint64 custom(const QVariant& value, KeyedArchiver& archiver) {
-        const std::optional<KeyedArchiverClass> cls = KeyedArchiverClasses::forType(value.metaType());
-        if (!cls)
-            fail(QStringLiteral("objects of type %1 cannot be archived").arg(QString::fromLatin1(value.typeName())));
-        if (secure && !cls->supportsSecureCoding)
-            fail(QStringLiteral("class %1 does not support secure coding").arg(cls->name));
+    // An object that encodes itself: its fields go into a container of its own.
+    quint64 custom(const marlockCommon::SecureCoding& object, KeyedArchiver& archiver) {
+        const QString name = object.className();
+        if (name.isEmpty() || name.startsWith(QLatin1Char('$')))
+            fail(QStringLiteral("an object has no usable class name ('%1')").arg(name));
+        if (++depth > maximumDepth)
+            fail(QStringLiteral("objects nest deeper than %1 levels").arg(maximumDepth));
         const quint64 id = append(QVariant());
         containers.emplace_back();
-        cls->encode(value, archiver);
-        QVariantMap object = std::move(containers.back());
+        object.encode(archiver);
+        QVariantMap fields = std::move(containers.back());
         containers.pop_back();
-        object.insert(QStringLiteral("$class"), uid(classReference(cls->name, cls->superclasses)));
-        objects[static_cast<qsizetype>(id)] = object;
+        fields.insert(QStringLiteral("$class"), uid(classReference(name, {})));
+        objects[static_cast<qsizetype>(id)] = fields;
+        --depth;
         return id;
     }
 
@@ -185,7 +186,12 @@ struct KeyedArchiver::Private {
                 object.insert(QStringLiteral("NS.objects"), references(members, archiver));
             });
         }
-        return custom(value, archiver);
+        if (value.metaType() == QMetaType::fromType<std::shared_ptr<marlockCommon::SecureCoding>>()) {
+            const auto object = value.value<std::shared_ptr<marlockCommon::SecureCoding>>();
+            return object ? custom(*object, archiver) : 0;
+        }
+        fail(QStringLiteral("objects of type %1 cannot be archived")
+                 .arg(QString::fromLatin1(value.typeName())));
     }
 
     void put(const QString& key, const QVariant& value) {
@@ -212,6 +218,11 @@ void KeyedArchiver::encodeObject(const QVariant& object, const QString& key) {
     d->put(key, uid(d->reference(object, *this)));
 }
 
+void KeyedArchiver::encodeObject(const marlockCommon::SecureCoding& object, const QString& key) {
+    d->checkOpen();
+    d->put(key, uid(d->custom(object, *this)));
+}
+
 void KeyedArchiver::encodeString(const QString& value, const QString& key) {
     encodeObject(value, key);
 }
@@ -224,7 +235,7 @@ void KeyedArchiver::encodeBool(bool value, const QString& key) {
     d->put(key, value);
 }
 
-void KeyedArchiver::encodeInteger(qint64 value, const QString& key) {
+void KeyedArchiver::encodeInt64(qint64 value, const QString& key) {
     d->put(key, value);
 }
 

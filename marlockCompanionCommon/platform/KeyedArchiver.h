@@ -1,5 +1,6 @@
 #pragma once
 
+#include "marlockCommon/KeyedCoding.h"
 #include "marlockCompanionCommon/platform/KeyedArchiverTypes.h"
 
 #include <QByteArray>
@@ -17,30 +18,33 @@ namespace platform {
 // Built-in values: QString ("NSString"), bool/integers/double ("NSNumber"), QByteArray
 // ("NSData"), QDateTime ("NSDate"), QVariantList and QStringList ("NSArray"), QVariantMap and
 // QVariantHash ("NSDictionary"), ArchivedSet ("NSSet"), a null QVariant::fromValue(nullptr)
-// ("NSNull"); an invalid QVariant is nil. Other classes encode themselves through
-// KeyedArchiverClasses.h.
+// ("NSNull"); an invalid QVariant is nil. Objects of other classes travel as
+// QVariant::fromValue(std::shared_ptr<marlockCommon::SecureCoding>) and encode themselves through
+// the KeyedEncoder interface this class implements, under their className().
 //
 // Anything it cannot encode throws ArchiveException named invalidArchiveOperationException.
 //
 //   QByteArray bytes = KeyedArchiver::archivedData(QVariantList{1, "two"}, true);
-class KeyedArchiver {
+class KeyedArchiver final : public marlockCommon::KeyedEncoder {
 public:
     KeyedArchiver();
-    ~KeyedArchiver();
+    ~KeyedArchiver() override;
     KeyedArchiver(const KeyedArchiver&) = delete;
     KeyedArchiver& operator=(const KeyedArchiver&) = delete;
 
-    // With secure coding required, classes that don't support it are refused.
+    // Recorded for callers that ask; every class this archiver writes supports secure coding.
     void setRequiresSecureCoding(bool required);
     bool requiresSecureCoding() const;
 
-    // Encoders for the object being encoded (the archive's top level until a class encodes itself).
+    // Encoders for the object being encoded (the archive's top level until a class encodes
+    // itself). Strings and objects are stored as references; numbers and data inline.
     void encodeObject(const QVariant& object, const QString& key);
-    void encodeString(const QString& value, const QString& key);
-    void encodeDouble(double value, const QString& key);
-    void encodeBool(bool value, const QString& key);
-    void encodeInteger(qint64 value, const QString& key);
-    void encodeData(const QByteArray& value, const QString& key);
+    void encodeObject(const marlockCommon::SecureCoding& object, const QString& key) override;
+    void encodeString(const QString& value, const QString& key) override;
+    void encodeDouble(double value, const QString& key) override;
+    void encodeBool(bool value, const QString& key) override;
+    void encodeInt64(qint64 value, const QString& key) override;
+    void encodeData(const QByteArray& value, const QString& key) override;
 
     // Ends the archive; encoding afterwards throws.
     void finishEncoding();

@@ -18,7 +18,8 @@ inline const QString archiverName = QStringLiteral("NSKeyedArchiver");
 constexpr qint64 version = 100000;
 // The names of the two archive exceptions.
 inline const QString invalidArchiveOperationException = QStringLiteral("NSInvalidArchiveOperationException");
-inline const QString invalidUnarchiveOperationException = QStringLiteral("NSInvalidUnarchiveOperationException");
+inline const QString invalidUnarchiveOperationException =
+    QStringLiteral("NSInvalidUnarchiveOperationException");
 } // namespace KeyedArchive
 
 // Thrown by the archiver (an object it cannot encode) and the unarchiver (anything wrong with the

@@ -1,6 +1,5 @@
 #include "marlockCompanionCommon/platform/KeyedUnarchiver.h"
 
-#include "marlockCompanionCommon/platform/KeyedArchiverClasses.h"
 #include "marlockCompanionCommon/platform/PropertyList.h"
 
 #include <QDateTime>
@@ -8,6 +7,7 @@
 #include <QSet>
 
 #include <cmath>
+#include <limits>
 #include <vector>
 
 namespace platform {
@@ -43,7 +43,7 @@ struct ClassInfo {
     Kind kind;
     QString name;
     QStringList superclasses;
-    std::optional<KeyedArchiverClass> custom;
+    std::optional<marlockCommon::SecureCodingDecodeFunction> decode;
 };
 
 std::optional<ClassInfo> builtinClass(const QString& name) {
@@ -71,8 +71,8 @@ std::optional<ClassInfo> builtinClass(const QString& name) {
 std::optional<ClassInfo> classNamed(const QString& name) {
     if (auto builtin = builtinClass(name))
         return builtin;
-    if (auto custom = KeyedArchiverClasses::forName(name))
-        return ClassInfo{Kind::Custom, name, custom->superclasses, custom};
+    if (auto decode = marlockCommon::secureCodingClass(name))
+        return ClassInfo{Kind::Custom, name, {}, std::move(decode)};
     return std::nullopt;
 }
 
@@ -91,6 +91,8 @@ struct KeyedUnarchiver::Private {
     QHash<QPair<quint64, QString>, std::pair<QVariant, qint64>> cache;
     int depth = 0;
     qint64 lastExpanded = 0;
+    // The first failure a self-decoding class recorded.
+    std::optional<QString> failure;
 
     void checkOpen() const {
         if (finished)
@@ -156,7 +158,9 @@ struct KeyedUnarchiver::Private {
         case QMetaType::QVariantMap:
             break;
         default:
-            fail(QStringLiteral("object %1 has an unexpected type (%2)").arg(id).arg(QString::fromLatin1(raw.typeName())));
+            fail(QStringLiteral("object %1 has an unexpected type (%2)")
+                     .arg(id)
+                     .arg(QString::fromLatin1(raw.typeName())));
         }
         const QVariantMap object = raw.toMap();
         const ClassInfo cls = classOf(object);
@@ -214,12 +218,16 @@ struct KeyedUnarchiver::Private {
         case Kind::Array:
             return members(object, QStringLiteral("NS.objects"), allowed, self, expanded);
         case Kind::Set:
-            return QVariant::fromValue(ArchivedSet{members(object, QStringLiteral("NS.objects"), allowed, self, expanded)});
+            return QVariant::fromValue(
+                ArchivedSet{members(object, QStringLiteral("NS.objects"), allowed, self, expanded)});
         case Kind::Dictionary: {
             const QVariantList keys = members(object, QStringLiteral("NS.keys"), allowed, self, expanded);
-            const QVariantList values = members(object, QStringLiteral("NS.objects"), allowed, self, expanded);
+            const QVariantList values =
+                members(object, QStringLiteral("NS.objects"), allowed, self, expanded);
             if (keys.size() != values.size())
-                fail(QStringLiteral("a dictionary has %1 keys and %2 values").arg(keys.size()).arg(values.size()));
+                fail(QStringLiteral("a dictionary has %1 keys and %2 values")
+                         .arg(keys.size())
+                         .arg(values.size()));
             QVariantMap map;
             for (qsizetype i = 0; i < keys.size(); ++i) {
                 if (keys[i].metaType().id() != QMetaType::QString)
@@ -250,21 +258,26 @@ struct KeyedUnarchiver::Private {
             // QDateTime holds milliseconds in 64 bits; keep well inside that.
             if (!std::isfinite(seconds) || std::fabs(seconds) > 1e14)
                 fail(QStringLiteral("a date is out of range"));
-            return QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(std::llround(seconds * 1000.0)), Qt::UTC);
+            return QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(std::llround(seconds * 1000.0)),
+                                                  Qt::UTC);
         }
         case Kind::Null:
             return QVariant::fromValue(nullptr);
         case Kind::Custom: {
             containers.push_back(object);
             containerExpanded.push_back(0);
-            QVariant value = cls.custom->decode(self);
+            std::shared_ptr<marlockCommon::SecureCoding> value = (*cls.decode)(self);
             containers.pop_back();
             lastExpanded = containerExpanded.back();
             containerExpanded.pop_back();
+            if (failure)
+                fail(*failure);
+            if (!value)
+                fail(QStringLiteral("an object of class '%1' could not be decoded").arg(cls.name));
+            if (value->className() != cls.name)
+                fail(QStringLiteral("class '%1' decoded to a '%2'").arg(cls.name, value->className()));
             count(expanded);
-            if (value.isValid() && value.metaType() != cls.custom->type)
-                fail(QStringLiteral("class '%1' decoded to an object of another type").arg(cls.name));
-            return value;
+            return QVariant::fromValue(value);
         }
         }
         fail(QStringLiteral("unreachable class kind"));
@@ -321,7 +334,7 @@ bool KeyedUnarchiver::containsValueForKey(const QString& key) const {
     return d->current().contains(key);
 }
 
-QVariant KeyedUnarchiver::decodeObjectOfClasses(const QStringList& classes, const QString& key) {
+QVariant KeyedUnarchiver::decodeValueOfClasses(const QStringList& classes, const QString& key) {
     const QVariantMap& object = d->current();
     const auto found = object.constFind(key);
     if (found == object.constEnd())
@@ -332,61 +345,87 @@ QVariant KeyedUnarchiver::decodeObjectOfClasses(const QStringList& classes, cons
     return value;
 }
 
-QVariant KeyedUnarchiver::decodeObject(const QString& key) {
-    if (d->secure)
-        fail(QStringLiteral("secure decoding of '%1' needs the classes it may contain").arg(key));
-    return decodeObjectOfClasses({}, key);
-}
-
-QString KeyedUnarchiver::decodeString(const QString& key) {
-    const QVariant value = decodeObjectOfClasses({QStringLiteral("NSString")}, key);
-    if (value.isValid() && value.metaType().id() != QMetaType::QString)
-        fail(QStringLiteral("the value for '%1' is not a string").arg(key));
-    return value.toString();
-}
-
-double KeyedUnarchiver::decodeDouble(const QString& key) {
+std::optional<QString> KeyedUnarchiver::decodeStringForKey(const QString& key) {
     const QVariant value = d->current().value(key);
-    if (!value.isValid())
-        return 0.0;
+    if (value.metaType().id() == QMetaType::QString)
+        return value.toString();
+    if (!isUid(value))
+        return std::nullopt;
+    try {
+        const QVariant text = decodeValueOfClasses({QStringLiteral("NSString")}, key);
+        if (text.metaType().id() == QMetaType::QString)
+            return text.toString();
+    } catch (const ArchiveException& exception) {
+        failWithError(exception.reason());
+    }
+    return std::nullopt;
+}
+
+std::optional<double> KeyedUnarchiver::decodeDoubleForKey(const QString& key) {
+    const QVariant value = d->current().value(key);
     if (value.metaType().id() != QMetaType::Double && !isInteger(value))
-        fail(QStringLiteral("the value for '%1' is not a number").arg(key));
+        return std::nullopt;
     return value.toDouble();
 }
 
-bool KeyedUnarchiver::decodeBool(const QString& key) {
+std::optional<bool> KeyedUnarchiver::decodeBoolForKey(const QString& key) {
     const QVariant value = d->current().value(key);
-    if (!value.isValid())
-        return false;
-    if (value.metaType().id() == QMetaType::Bool)
-        return value.toBool();
-    if (isInteger(value))
-        return value.toLongLong() != 0;
-    fail(QStringLiteral("the value for '%1' is not a boolean").arg(key));
+    if (value.metaType().id() != QMetaType::Bool)
+        return std::nullopt;
+    return value.toBool();
 }
 
-qint64 KeyedUnarchiver::decodeInteger(const QString& key) {
+std::optional<qint64> KeyedUnarchiver::decodeInt64ForKey(const QString& key) {
     const QVariant value = d->current().value(key);
-    if (!value.isValid())
-        return 0;
+    if (!isInteger(value))
+        return std::nullopt;
     if (value.metaType().id() == QMetaType::ULongLong &&
         value.toULongLong() > static_cast<qulonglong>(std::numeric_limits<qint64>::max()))
-        fail(QStringLiteral("the value for '%1' does not fit in 64 bits").arg(key));
-    if (!isInteger(value) && value.metaType().id() != QMetaType::Bool)
-        fail(QStringLiteral("the value for '%1' is not an integer").arg(key));
+        return std::nullopt;
     return value.toLongLong();
 }
 
-QByteArray KeyedUnarchiver::decodeData(const QString& key) {
+std::optional<QByteArray> KeyedUnarchiver::decodeDataForKey(const QString& key) {
     const QVariant value = d->current().value(key);
-    if (!value.isValid())
-        return QByteArray();
     if (value.metaType().id() == QMetaType::QByteArray)
         return value.toByteArray();
-    const QVariant object = decodeObjectOfClasses({QStringLiteral("NSData")}, key);
-    if (object.metaType().id() != QMetaType::QByteArray)
-        fail(QStringLiteral("the value for '%1' is not data").arg(key));
-    return object.toByteArray();
+    if (!isUid(value))
+        return std::nullopt;
+    try {
+        const QVariant bytes = decodeValueOfClasses({QStringLiteral("NSData")}, key);
+        if (bytes.metaType().id() == QMetaType::QByteArray)
+            return bytes.toByteArray();
+    } catch (const ArchiveException& exception) {
+        failWithError(exception.reason());
+    }
+    return std::nullopt;
+}
+
+std::shared_ptr<marlockCommon::SecureCoding>
+KeyedUnarchiver::decodeObjectOfClasses(const QStringList& classNames, const QString& key) {
+    try {
+        const QVariant value = decodeValueOfClasses(classNames, key);
+        if (!value.isValid())
+            return nullptr;
+        if (value.metaType() != QMetaType::fromType<std::shared_ptr<marlockCommon::SecureCoding>>()) {
+            failWithError(QStringLiteral("the value for '%1' is not an object of %2")
+                              .arg(key, classNames.join(QStringLiteral(", "))));
+            return nullptr;
+        }
+        return value.value<std::shared_ptr<marlockCommon::SecureCoding>>();
+    } catch (const ArchiveException& exception) {
+        failWithError(exception.reason());
+        return nullptr;
+    }
+}
+
+void KeyedUnarchiver::failWithError(const QString& description) {
+    if (!d->failure)
+        d->failure = description;
+}
+
+std::optional<QString> KeyedUnarchiver::error() const {
+    return d->failure;
 }
 
 void KeyedUnarchiver::finishDecoding() {
@@ -395,7 +434,7 @@ void KeyedUnarchiver::finishDecoding() {
 
 QVariant KeyedUnarchiver::unarchivedObjectOfClasses(const QStringList& classes, const QByteArray& data) {
     KeyedUnarchiver unarchiver(data);
-    QVariant root = unarchiver.decodeObjectOfClasses(classes, KeyedArchive::rootObjectKey);
+    QVariant root = unarchiver.decodeValueOfClasses(classes, KeyedArchive::rootObjectKey);
     unarchiver.finishDecoding();
     return root;
 }

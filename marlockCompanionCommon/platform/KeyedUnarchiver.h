@@ -1,5 +1,6 @@
 #pragma once
 
+#include "marlockCommon/KeyedCoding.h"
 #include "marlockCompanionCommon/platform/KeyedArchiverTypes.h"
 
 #include <QByteArray>
@@ -15,47 +16,54 @@ namespace platform {
 // Secure decoding: with secure coding required (the default), an object decodes only when its
 // class, or a class it derives from, is on the allow-list of the call that decodes it
 // (collections pass their allow-list on to their elements; a class decoding its own fields names
-// the classes it expects). Built-in class names: NSArray, NSMutableArray, NSDictionary,
+// the classes it expects). Built-in classes: NSArray, NSMutableArray, NSDictionary,
 // NSMutableDictionary, NSSet, NSMutableSet, NSString, NSMutableString, NSNumber (an NSValue),
-// NSData, NSMutableData, NSDate, NSNull; NSObject allows every class.
+// NSData, NSMutableData, NSDate, NSNull; NSObject allows every class. Other classes are created
+// through the decode functions registered with marlockCommon::registerSecureCodingClass and come
+// back as QVariant::fromValue(std::shared_ptr<marlockCommon::SecureCoding>).
 //
 // Every problem throws ArchiveException named invalidUnarchiveOperationException: bytes that are
 // not a binary keyed archive, unknown or disallowed classes, values of the wrong type, dangling or
-// cyclic references, nesting deeper than 200 levels, more than 2,000,000 objects or an archive
-// that would expand to more than 10,000,000 values.
+// cyclic references, nesting deeper than 200 levels, more than 2,000,000 objects, an archive that
+// would expand to more than 10,000,000 values, or a class that records a failure while decoding.
+// (The KeyedDecoder calls made by such classes record failures instead of throwing.)
 //
 //   KeyedUnarchiver unarchiver(bytes);
-//   QVariant root = unarchiver.decodeObjectOfClasses({"NSArray", "NSNumber"}, KeyedArchive::rootObjectKey);
-class KeyedUnarchiver {
+//   QVariant root = unarchiver.decodeValueOfClasses({"NSArray", "OTPToken"}, KeyedArchive::rootObjectKey);
+class KeyedUnarchiver final : public marlockCommon::KeyedDecoder {
 public:
     // Parses the archive's outer structure; throws when it is not a keyed archive.
     explicit KeyedUnarchiver(const QByteArray& data);
-    ~KeyedUnarchiver();
+    ~KeyedUnarchiver() override;
     KeyedUnarchiver(const KeyedUnarchiver&) = delete;
     KeyedUnarchiver& operator=(const KeyedUnarchiver&) = delete;
 
     void setRequiresSecureCoding(bool required);
-    bool requiresSecureCoding() const;
+    bool requiresSecureCoding() const override;
 
     // Whether the object being decoded has a value for `key`.
-    bool containsValueForKey(const QString& key) const;
+    bool containsValueForKey(const QString& key) const override;
 
-    // The object under `key` (an invalid QVariant for nil or a missing key), of one of `classes`.
-    QVariant decodeObjectOfClasses(const QStringList& classes, const QString& key);
-    // The object under `key` without an allow-list; throws when secure coding is required.
-    QVariant decodeObject(const QString& key);
+    // The value under `key` (an invalid QVariant for nil or a missing key), of one of `classes`.
+    // Throws for anything wrong with it.
+    QVariant decodeValueOfClasses(const QStringList& classes, const QString& key);
 
-    // Typed decoders: a missing key gives the empty value; a value of another type throws.
-    QString decodeString(const QString& key);
-    double decodeDouble(const QString& key);
-    bool decodeBool(const QString& key);
-    qint64 decodeInteger(const QString& key);
-    QByteArray decodeData(const QString& key);
+    // KeyedDecoder, for classes decoding their own fields: absent for a missing key or a value of
+    // another type; failures of referenced objects are recorded, not thrown.
+    std::optional<QString> decodeStringForKey(const QString& key) override;
+    std::optional<double> decodeDoubleForKey(const QString& key) override;
+    std::optional<bool> decodeBoolForKey(const QString& key) override;
+    std::optional<qint64> decodeInt64ForKey(const QString& key) override;
+    std::optional<QByteArray> decodeDataForKey(const QString& key) override;
+    std::shared_ptr<marlockCommon::SecureCoding> decodeObjectOfClasses(const QStringList& classNames,
+                                                                       const QString& key) override;
+    void failWithError(const QString& description) override;
+    std::optional<QString> error() const override;
 
     // Ends decoding; decoding afterwards throws.
     void finishDecoding();
 
-    // The root object of `data`, secure decoding with `classes`.
+    // The root object of `data` (under KeyedArchive::rootObjectKey), secure decoding with `classes`.
     static QVariant unarchivedObjectOfClasses(const QStringList& classes, const QByteArray& data);
 
 private:

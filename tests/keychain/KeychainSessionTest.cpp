@@ -29,8 +29,8 @@ bool lockDefaultCollection() {
     SecretService* service = secret_service_get_sync(SECRET_SERVICE_NONE, nullptr, &error);
     if (!service)
         return false;
-    SecretCollection* collection =
-        secret_collection_for_alias_sync(service, SECRET_COLLECTION_DEFAULT, SECRET_COLLECTION_NONE, nullptr, &error);
+    SecretCollection* collection = secret_collection_for_alias_sync(service, SECRET_COLLECTION_DEFAULT,
+                                                                    SECRET_COLLECTION_NONE, nullptr, &error);
     bool locked = false;
     if (collection) {
         GList* objects = g_list_append(nullptr, collection);

@@ -35,11 +35,13 @@ std::optional<QByteArray> encode(const QVariant& object, platform::Error* error)
     platform::Error writeError;
     std::optional<QByteArray> bytes;
     if (representation) {
-        bytes = platform::PropertyList::write(*representation, platform::PropertyList::Format::Binary, &writeError);
+        bytes = platform::PropertyList::write(*representation, platform::PropertyList::Format::Binary,
+                                              &writeError);
     } else {
-        writeError = platform::Error(platform::PropertyList::errorDomain, platform::PropertyList::writeInvalidError,
-                                     {{platform::Error::localizedDescriptionKey,
-                                       QStringLiteral("The object has no property-list representation.")}});
+        writeError =
+            platform::Error(platform::PropertyList::errorDomain, platform::PropertyList::writeInvalidError,
+                            {{platform::Error::localizedDescriptionKey,
+                              QStringLiteral("The object has no property-list representation.")}});
     }
     if (!bytes)
         platform::setError(error, writeError);
