@@ -24,9 +24,10 @@ namespace platform {
 //
 // Every problem throws ArchiveException named invalidUnarchiveOperationException: bytes that are
 // not a binary keyed archive, unknown or disallowed classes, values of the wrong type, dangling or
-// cyclic references, nesting deeper than 200 levels, more than 2,000,000 objects, an archive that
-// would expand to more than 10,000,000 values, or a class that records a failure while decoding.
-// (The KeyedDecoder calls made by such classes record failures instead of throwing.)
+// cyclic references, strings holding NUL (which no archive can be written with), nesting deeper than 200
+// levels, more than 2,000,000 objects, an archive that would expand to more than 10,000,000 values, or a
+// class that records a failure while decoding. (The KeyedDecoder calls made by such classes record failures
+// instead of throwing.)
 //
 //   KeyedUnarchiver unarchiver(bytes);
 //   QVariant root = unarchiver.decodeValueOfClasses({"NSArray", "OTPToken"}, KeyedArchive::rootObjectKey);

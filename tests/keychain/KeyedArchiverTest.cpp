@@ -248,6 +248,12 @@ TEST(KeyedUnarchiver, DamagedArchivesAreErrorsNeverCrashes) {
                     .contains("1 keys and 0 values"));
     EXPECT_TRUE(refusal(handMade({"$null", QDateTime::currentDateTimeUtc()}), everything)
                     .contains("unexpected type"));
+    // A string the archiver could never write back: "Xé" (stored as UTF-16) patched to hold a NUL.
+    QByteArray nul = KeyedArchiver::archivedData(QStringLiteral("Xé"), true);
+    const QByteArray utf16("\x00X\x00\xe9", 4);
+    ASSERT_EQ(nul.count(utf16), 1);
+    nul[nul.indexOf(utf16) + 1] = '\0';
+    EXPECT_TRUE(refusal(nul, everything).contains("NUL")) << refusal(nul, everything).toStdString();
 }
 
 TEST(KeyedUnarchiver, AbsurdStructuresAreRefused) {
