@@ -147,20 +147,22 @@ public:
         if (const KeychainStatus status = search(query, &service, &items);
             status != KeychainStatusCode::success)
             return status;
+        // One call fetches every secret.
+        GError* rawError = nullptr;
+        if (withData && !secret_item_load_secrets_sync(items.get(), nullptr, &rawError))
+            return statusFor(ErrorPtr(rawError).get());
         std::vector<std::pair<guint64, KeychainRecord>> found;
         for (GList* node = items.get(); node; node = node->next) {
             auto* secretItem = static_cast<SecretItem*>(node->data);
             KeychainRecord record{itemFrom(secretItem), {}};
+            // The content type that comes back is not reliable: the secret is bytes.
             if (withData) {
-                GError* rawError = nullptr;
-                if (!secret_item_load_secret_sync(secretItem, nullptr, &rawError))
-                    return statusFor(ErrorPtr(rawError).get());
-                // The content type that comes back is not reliable: the secret is bytes.
-                if (ValuePtr value{secret_item_get_secret(secretItem)}) {
-                    gsize length = 0;
-                    const gchar* bytes = secret_value_get(value.get(), &length);
-                    record.data = QByteArray(bytes, static_cast<qsizetype>(length));
-                }
+                ValuePtr value{secret_item_get_secret(secretItem)};
+                if (!value)
+                    return KeychainStatusCode::authFailed;
+                gsize length = 0;
+                const gchar* bytes = secret_value_get(value.get(), &length);
+                record.data = QByteArray(bytes, static_cast<qsizetype>(length));
             }
             found.emplace_back(secret_item_get_created(secretItem), std::move(record));
         }
@@ -211,21 +213,28 @@ public:
                 if (!secret_item_set_secret_sync(secretItem, value.get(), nullptr, &rawError))
                     return statusFor(ErrorPtr(rawError).get());
             }
-            if (!changes.accessible && !changes.access)
-                continue;
-            KeychainItem item = itemFrom(secretItem);
+            // Attributes and label are written only when they change: each write is a round trip
+            // and a save of the whole keyring.
+            const KeychainItem before = itemFrom(secretItem);
+            KeychainItem item = before;
             if (changes.accessible)
                 item.accessible = *changes.accessible;
             if (changes.access)
                 item.access = changes.access;
-            HashTablePtr attributes = queryAttributes({item.itemClass, item.service, item.account});
-            setAttribute(attributes.get(), kAccessible, item.accessible);
-            if (item.access)
-                setAccessAttributes(attributes.get(), *item.access);
-            if (!secret_item_set_attributes_sync(secretItem, schema(), attributes.get(), nullptr, &rawError))
-                return statusFor(ErrorPtr(rawError).get());
-            if (!secret_item_set_label_sync(secretItem, labelFor(item).toUtf8().constData(), nullptr,
-                                            &rawError))
+            if (item != before) {
+                HashTablePtr attributes = queryAttributes({item.itemClass, item.service, item.account});
+                setAttribute(attributes.get(), kAccessible, item.accessible);
+                if (item.access)
+                    setAccessAttributes(attributes.get(), *item.access);
+                if (!secret_item_set_attributes_sync(secretItem, schema(), attributes.get(), nullptr,
+                                                     &rawError))
+                    return statusFor(ErrorPtr(rawError).get());
+            }
+            const QByteArray label = labelFor(item).toUtf8();
+            gchar* currentLabel = secret_item_get_label(secretItem);
+            const bool sameLabel = currentLabel && label == currentLabel;
+            g_free(currentLabel);
+            if (!sameLabel && !secret_item_set_label_sync(secretItem, label.constData(), nullptr, &rawError))
                 return statusFor(ErrorPtr(rawError).get());
         }
         return KeychainStatusCode::success;
