@@ -29,7 +29,9 @@ std::optional<QByteArray> jr_archivedDataWithRootObject(const QVariant& rootObje
 
 // The root object of the archive `data`, or absent. Allowed classes: NSArray, NSDictionary,
 // NSSet, NSOrderedSet, NSString, NSNumber, NSValue, NSDate, NSData, NSNull, NSURL, NSUUID,
-// NSError, NSTimeZone, plus every class in `whitelist`.
+// NSError, NSTimeZone, plus every class in `whitelist`. (NSOrderedSet, NSURL, NSUUID, NSError and
+// NSTimeZone are allowed but have no decoder in this library: an archive holding one fails as an
+// unknown class.)
 //
 //   auto root = jr_unarchiveData(bytes, true, {"OTPToken"}, &error);
 std::optional<QVariant> jr_unarchiveData(const QByteArray& data, bool requiresSecureCoding,
