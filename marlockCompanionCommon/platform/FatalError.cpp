@@ -5,10 +5,6 @@
 
 namespace platform {
 
-void fatalError(const QString& message, const std::source_location& where) {
-    fatalError(message, where.file_name(), static_cast<int>(where.line()));
-}
-
 void fatalError(const QString& message, std::string_view unit, int line) {
     const QByteArray text = message.toUtf8();
     std::fprintf(stderr, "%.*s:%d: Fatal error: %s\n", static_cast<int>(unit.size()), unit.data(), line,

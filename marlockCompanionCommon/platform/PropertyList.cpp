@@ -140,9 +140,12 @@ private:
 
     Node dictionary(const QVariantMap& entries, int depth) {
         Node node(plist_new_dict());
-        for (auto it = entries.begin(); it != entries.end(); ++it)
-            plist_dict_set_item(node.get(), utf8(it.key()).constData(),
-                                convert(it.value(), depth + 1).release());
+        for (auto it = entries.begin(); it != entries.end(); ++it) {
+            // Both may throw; the item is handed over only once neither can.
+            const QByteArray key = utf8(it.key());
+            Node item = convert(it.value(), depth + 1);
+            plist_dict_set_item(node.get(), key.constData(), item.release());
+        }
         return node;
     }
 

@@ -49,6 +49,7 @@ private:
 
 class InMemoryDecoder final : public marlockCommon::KeyedDecoder {
 public:
+    // `entry` must outlive the decoder.
     explicit InMemoryDecoder(const CodedEntry& entry)
         : entry_(entry) {}
 

@@ -100,7 +100,8 @@ TEST(OTPTokenCoding, TheClassRegistryKnowsOTPTokenAndTakesNewClasses) {
     ASSERT_TRUE(decode);
     Holder holder;
     holder.token = sampleRecord().toOTPToken();
-    InMemoryDecoder decoder(*InMemoryEncoder::archive(holder));
+    const auto entry = InMemoryEncoder::archive(holder);
+    InMemoryDecoder decoder(*entry);
     const auto decoded = std::dynamic_pointer_cast<Holder>((*decode)(decoder));
     ASSERT_TRUE(decoded);
     EXPECT_EQ(decoded->token->toTokenRecord(), sampleRecord());

@@ -1,7 +1,8 @@
 #include "marlockCompanionCommon/platform/PropertyList.h"
 
+#include "tests/platform/QVariantPrinter.h"
+
 #include <QDateTime>
-#include <QDebug>
 #include <QPoint>
 #include <QProcess>
 #include <QTimeZone>
@@ -12,13 +13,6 @@
 
 using namespace platform;
 namespace plist = platform::PropertyList;
-
-// Readable values in failure messages.
-void PrintTo(const QVariant& value, std::ostream* out) {
-    QString text;
-    QDebug(&text) << value;
-    *out << text.toStdString();
-}
 
 namespace {
 

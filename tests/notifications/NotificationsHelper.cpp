@@ -1,0 +1,79 @@
+// The "other process" of the cross-process tests. Speaks line by line on standard output.
+//
+//   notifications_helper observe NAME COUNT   observes NAME through otpDarwinNotificationCenter(),
+//                                              says "ready", then "got <full name>" per delivery;
+//                                              after COUNT deliveries and a quiet spell, "total <n>".
+//   notifications_helper post NAME COUNT      observes NAME too, posts it COUNT times and, once its
+//                                              own posts came back and a quiet spell passed, says
+//                                              "self <n>" and "log <lines about other processes>".
+#include "marlockCompanionCommon/notifications/PLXDarwinNotificationCenter.h"
+#include "marlockCompanionCommon/platform/SystemLog.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QThread>
+
+#include <cstdio>
+
+namespace {
+
+void say(const QString& line) {
+    std::fputs(qPrintable(line + QLatin1Char('\n')), stdout);
+    std::fflush(stdout);
+}
+
+// Runs the event loop until `condition` holds (or 10 s pass), then for a quiet spell in which
+// extra, unwanted deliveries would show up.
+bool runUntil(const std::function<bool()>& condition) {
+    QDeadlineTimer deadline(10000);
+    while (!condition() && !deadline.hasExpired()) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        QThread::usleep(200);
+    }
+    QDeadlineTimer quiet(300);
+    while (!quiet.hasExpired())
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    return condition();
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    const QStringList args = app.arguments();
+    if (args.size() != 4)
+        return 2;
+    const QString mode = args.at(1);
+    const QString name = args.at(2);
+    const int count = args.at(3).toInt();
+
+    int logLines = 0;
+    platform::SystemLogCapture capture([&](const QString& line) {
+        if (line.contains(QLatin1String("other processes will not hear")))
+            ++logLines;
+    });
+
+    auto center = PLXDarwinNotificationCenter::otpDarwinNotificationCenter();
+    int heard = 0;
+    auto token = center->addObserverForName(name, nullptr, [&](const platform::Notification& notification) {
+        ++heard;
+        if (mode == QLatin1String("observe"))
+            say(QStringLiteral("got ") + notification.name);
+    });
+
+    if (mode == QLatin1String("observe")) {
+        say(QStringLiteral("ready"));
+        const bool complete = runUntil([&] { return heard >= count; });
+        say(QStringLiteral("total %1").arg(heard));
+        return complete ? 0 : 1;
+    }
+    if (mode == QLatin1String("post")) {
+        for (int i = 0; i < count; ++i)
+            center->postNotificationName(name);
+        const bool complete = runUntil([&] { return heard >= count; });
+        say(QStringLiteral("self %1").arg(heard));
+        say(QStringLiteral("log %1").arg(logLines));
+        return complete ? 0 : 1;
+    }
+    return 2;
+}
