@@ -1,0 +1,99 @@
+#pragma once
+
+#include "marlockCompanionCommon/platform/Error.h"
+#include "marlockCompanionCommon/platform/KeychainItem.h"
+
+#include <QString>
+#include <QVariant>
+
+#include <memory>
+#include <optional>
+
+namespace platform {
+class KeychainServices;
+}
+
+// The error domain of FXKeychain. Codes are keychain statuses (-25300: no such item, -25293:
+// access refused, …), or FXKeychain::undecodableDataError.
+inline const QString FXKeychainErrorDomain = QStringLiteral("FXKeychainErrorDomain");
+
+// A small key-value store over the keychain: each key is one generic-password item, identified
+// by the store's service and the key as the account. Values are strings (stored as their UTF-8
+// bytes), and data, numbers, booleans, dates, arrays and dictionaries (stored as binary property
+// lists); reading tells them apart by sniffing the bytes. Keyed archives found in the keychain
+// are never unarchived.
+//
+// Failures come back as false or an absent value plus an FXKeychainErrorDomain error, and are
+// written to the system log (a missing item is reported but never logged).
+//
+//   FXKeychain& keychain = FXKeychain::defaultKeychain();
+//   keychain.setObject(QStringLiteral("secret"), QStringLiteral("password"));
+//   QString password = keychain.objectForKey(QStringLiteral("password")).toString();
+//
+// A store holds no state but its settings; use one from one thread at a time.
+class FXKeychain {
+public:
+    // Code for bytes that are neither a property list nor UTF-8 text.
+    static constexpr qint64 undecodableDataError = 3874;
+
+    // The process's store: service = the bundle identifier, no access group, accessibility 0.
+    // Created once, on first use, thread-safely.
+    static FXKeychain& defaultKeychain();
+
+    // `service` goes into every item query when it is not empty. `accessGroup` is kept but never
+    // used: items are scoped by service and account only. `accessibility` indexes the table of
+    // KeychainAccessible values (0 whenUnlocked … 5 alwaysThisDeviceOnly). `services` defaults
+    // to KeychainServices::shared().
+    explicit FXKeychain(std::optional<QString> service = std::nullopt,
+                        std::optional<QString> accessGroup = std::nullopt, unsigned accessibility = 0,
+                        std::shared_ptr<platform::KeychainServices> services = nullptr);
+    ~FXKeychain();
+    FXKeychain(const FXKeychain&) = delete;
+    FXKeychain& operator=(const FXKeychain&) = delete;
+
+    std::optional<QString> service() const { return service_; }
+    std::optional<QString> accessGroup() const { return accessGroup_; }
+    // Applies to later stores. An index above 5 makes the next store throw std::out_of_range.
+    unsigned accessibility() const { return accessibility_; }
+    void setAccessibility(unsigned accessibility) { accessibility_ = accessibility; }
+
+    // The item's raw bytes. A missing item sets code -25300 in `error` (without logging).
+    [[nodiscard]] std::optional<QByteArray> dataForKey(const QString& key,
+                                                       platform::Error* error = nullptr) const;
+
+    // The decoded value, or an invalid QVariant (with `error` set) when absent or undecodable.
+    [[nodiscard]] QVariant objectForKey(const QString& key, platform::Error* error = nullptr) const;
+    QVariant objectForKeyedSubscript(const QString& key) const;
+
+    // Stores `object` (an invalid QVariant removes the key), applying `access` to the item
+    // whether it is created or updated. Note: when the key is new and `error` is given, `error`
+    // is left holding -25300 from the existence check although the store succeeds. An object
+    // that cannot be encoded removes the value stored before and sets the encoding error.
+    [[nodiscard]] bool setObject(const QVariant& object, const QString& key,
+                                 const platform::KeychainAccess* access, platform::Error* error);
+    [[nodiscard]] bool setObject(const QVariant& object, const QString& key,
+                                 platform::Error* error = nullptr);
+    void setObjectForKeyedSubscript(const QVariant& object, const QString& key);
+    // Removing a key that does not exist succeeds.
+    [[nodiscard]] bool removeObjectForKey(const QString& key, platform::Error* error = nullptr);
+
+    // Deletes every item of `secClass` (a KeychainClass value) the process can reach, whatever
+    // its service. No such item counts as success.
+    [[nodiscard]] bool deleteAllKeysForSecClass(const QString& secClass, platform::Error* error = nullptr);
+    // Deletes every item of all five classes, stopping at the first failure. Returns true without
+    // an `error` to report into, even after a failure.
+    bool resetKeychain(platform::Error* error = nullptr);
+
+    // A reference to the key's item, owned by the caller, or null. Writes the item's content to
+    // the system log (a diagnostic this store has always made).
+    std::unique_ptr<platform::KeychainItem> newKeychainItemForKey(const QString& key,
+                                                                  platform::Error* error = nullptr);
+
+private:
+    platform::KeychainQuery query(const QString& key) const;
+
+    std::optional<QString> service_;
+    std::optional<QString> accessGroup_;
+    unsigned accessibility_ = 0;
+    std::shared_ptr<platform::KeychainServices> services_;
+};

@@ -1,0 +1,71 @@
+#include "marlockCompanionCommon/keychain/internal/FXKeychainCoding.h"
+
+#include "marlockCompanionCommon/keychain/FXKeychainPropertyList.h"
+#include "marlockCompanionCommon/platform/PropertyList.h"
+
+#include <QStringDecoder>
+
+namespace fxkeychain {
+namespace {
+
+const QByteArray kBinaryMagic = QByteArrayLiteral("bplist");
+
+QVariant strictUtf8(const QByteArray& data) {
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    QString text = decoder.decode(data);
+    if (decoder.hasError())
+        return QVariant();
+    return text;
+}
+
+} // namespace
+
+std::optional<QByteArray> encode(const QVariant& object, platform::Error* error) {
+    if (!object.isValid())
+        return std::nullopt;
+    if (object.metaType().id() == QMetaType::QString) {
+        const QString text = object.toString();
+        const QByteArray utf8 = text.toUtf8();
+        // A string that would read back as a property list is stored as one, so that reading
+        // cannot mistake it for a serialised value.
+        if (!text.startsWith(QLatin1String(kBinaryMagic)) || !platform::PropertyList::read(utf8))
+            return utf8;
+    }
+    const std::optional<QVariant> representation = FXKeychain_propertyListRepresentation(object);
+    platform::Error writeError;
+    std::optional<QByteArray> bytes;
+    if (representation) {
+        bytes = platform::PropertyList::write(*representation, platform::PropertyList::Format::Binary,
+                                              &writeError);
+    } else {
+        writeError =
+            platform::Error(platform::PropertyList::errorDomain, platform::PropertyList::writeInvalidError,
+                            {{platform::Error::localizedDescriptionKey,
+                              QStringLiteral("The object has no property-list representation.")}});
+    }
+    if (!bytes)
+        platform::setError(error, writeError);
+    return bytes;
+}
+
+QVariant decode(const QByteArray& data, std::optional<platform::Error>* parseError) {
+    QVariant result;
+    auto format = platform::PropertyList::Format::Binary;
+    if (data.size() >= kBinaryMagic.size() && data.startsWith(kBinaryMagic)) {
+        platform::Error error;
+        if (std::optional<QVariant> parsed = platform::PropertyList::read(data, &format, &error)) {
+            // A keyed archive is not trusted here: it is never unarchived.
+            const bool archive = parsed->metaType().id() == QMetaType::QVariantMap &&
+                                 parsed->toMap().contains(QStringLiteral("$archiver"));
+            if (!archive)
+                result = std::move(*parsed);
+        } else if (parseError) {
+            *parseError = error;
+        }
+    }
+    if (!result.isValid() || format != platform::PropertyList::Format::Binary)
+        result = strictUtf8(data);
+    return result;
+}
+
+} // namespace fxkeychain
