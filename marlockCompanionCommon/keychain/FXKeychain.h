@@ -84,8 +84,10 @@ public:
     // an `error` to report into, even after a failure.
     bool resetKeychain(platform::Error* error = nullptr);
 
-    // A reference to the key's item, owned by the caller, or null. Writes the item's content to
-    // the system log (a diagnostic this store has always made).
+    // A reference to the key's item, owned by the caller, or null.
+    // Warning: writes the item's content, i.e. the stored secret, to the system log (a diagnostic
+    // this store has always made, kept so that its log output stays the same). Don't call it for
+    // items that hold passcodes outside of diagnostics.
     std::unique_ptr<platform::KeychainItem> newKeychainItemForKey(const QString& key,
                                                                   platform::Error* error = nullptr);
 

@@ -8,7 +8,7 @@ namespace platform {
 
 // The system log: the library's diagnostics, written with fixed format strings, go to
 // syslog(3) (and so to the journal) under the identity "marlockCompanionCommon".
-// Never pass secrets here.
+// Never pass secrets here (the one documented exception is FXKeychain::newKeychainItemForKey).
 void systemLog(const QString& message);
 
 // Test hook: while a capture is installed, every message is handed to it as well as to syslog.
