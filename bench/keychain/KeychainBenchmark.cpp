@@ -9,8 +9,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <QCoreApplication>
-
 namespace {
 
 using platform::KeychainServices;
@@ -71,11 +69,3 @@ BENCHMARK_CAPTURE(storeAndRead, secret_service, true)->Unit(benchmark::kMicrosec
 BENCHMARK_CAPTURE(readOnly, memory_baseline, false)->Unit(benchmark::kMicrosecond);
 BENCHMARK_CAPTURE(readOnly, secret_service, true)->Unit(benchmark::kMicrosecond);
 BENCHMARK(tokenArchiveRoundTrip)->Unit(benchmark::kMicrosecond);
-
-int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}

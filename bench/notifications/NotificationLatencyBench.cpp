@@ -8,7 +8,6 @@
 #include "marlockCompanionCommon/notifications/PLXDarwinNotificationCenter.h"
 #include "marlockCompanionCommon/platform/Identity.h"
 
-#include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QProcess>
@@ -124,11 +123,3 @@ void BM_NotificationOneWayLatency(benchmark::State& state) {
 BENCHMARK(BM_NotificationOneWayLatency)->Iterations(kPosts)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 } // namespace
-
-int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}

@@ -4,7 +4,6 @@
 #include "marlockCompanionCommon/timing/Delay.h"
 #include "marlockCompanionCommon/timing/RunLoopTimer.h"
 
-#include <QCoreApplication>
 #include <QTimer>
 
 #include <benchmark/benchmark.h>
@@ -37,11 +36,3 @@ static void BM_DelayNanoseconds(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_DelayNanoseconds);
-
-int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}
