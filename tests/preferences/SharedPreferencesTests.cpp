@@ -16,6 +16,7 @@ using testsupport::waitUntil;
 
 namespace {
 
+// The peer process; it quits once its standard input closes.
 class Peer {
 public:
     Peer() {
@@ -23,27 +24,23 @@ public:
         process_.start(QStringLiteral(VPM_PEER_PATH), {});
     }
     ~Peer() {
-        send("quit");
+        process_.closeWriteChannel();
         if (!process_.waitForFinished(5000))
             process_.kill();
     }
-    void send(const QString& command) {
-        process_.write((command + QLatin1Char('\n')).toUtf8());
-        process_.waitForBytesWritten(1000);
-    }
+    void send(const QString& command) { process_.write((command + QLatin1Char('\n')).toUtf8()); }
     // Waits for a line of the peer's output that equals `line`.
     bool waitForLine(const QString& line) {
         return waitUntil([&] {
             while (process_.canReadLine())
-                lines_.append(QString::fromUtf8(process_.readLine()).trimmed());
-            return lines_.contains(line);
+                lines.append(QString::fromUtf8(process_.readLine()).trimmed());
+            return lines.contains(line);
         });
     }
-    QStringList lines() const { return lines_; }
+    QStringList lines;
 
 private:
     QProcess process_;
-    QStringList lines_;
 };
 
 TEST(SharedPreferences, AChangeInOneProcessIsAnnouncedToAndReadByTheOther) {
@@ -59,13 +56,13 @@ TEST(SharedPreferences, AChangeInOneProcessIsAnnouncedToAndReadByTheOther) {
     ASSERT_TRUE(waitUntil([&] { return heard.size() == 1; })) << "this process hears its own post";
 
     Peer peer;
-    ASSERT_TRUE(peer.waitForLine(QStringLiteral("ready"))) << peer.lines().join('\n').toStdString();
+    ASSERT_TRUE(peer.waitForLine(QStringLiteral("ready"))) << peer.lines.join('\n').toStdString();
 
     // This process writes; the peer hears the name and reads the new value from the store.
     manager->setSeparatorString(QStringLiteral("\u00B7"));
     EXPECT_TRUE(peer.waitForLine(
         QStringLiteral("VPMSeparatorStringDidChangeDarwinNotification separator=\u00B7 color=0")))
-        << peer.lines().join('\n').toStdString();
+        << peer.lines.join('\n').toStdString();
 
     // The peer writes; this process hears the prefixed name and reads the value once its store
     // has taken the change in.

@@ -42,9 +42,12 @@ public:
         for (const auto& token : tokens_)
             center_->removeObserver(token.get());
     }
-    // Lets notifications still on their way arrive.
-    void settle() { spinEventLoop(200ms); }
-
+    // Waits for `expected` names, then lets any further ones still on their way arrive.
+    QStringList received(qsizetype expected) {
+        (void)waitUntil([&] { return names.size() >= expected; });
+        spinEventLoop(200ms);
+        return names;
+    }
     QStringList names;
 
 private:
@@ -53,48 +56,38 @@ private:
     std::vector<PLXNotificationCenter::ObserverToken> tokens_;
 };
 
-QByteArray plist(const QVariantMap& values) {
+QByteArray plist(const QVariant& values) {
     return platform::PropertyList::write(values, platform::PropertyList::Format::Xml).value();
 }
 
-TEST(ViewPreferencesManager, WithNothingStoredOrRegisteredReadsEmptyAndFalse) {
-    ViewPreferencesManager withoutFile(freshSuite(), std::nullopt);
-    EXPECT_EQ(withoutFile.getSeparatorString(), QString());
-    EXPECT_FALSE(withoutFile.getChangeColorWhenCodeWillChange());
-    EXPECT_FALSE(withoutFile.getAnimateCodeChanges());
-
-    ViewPreferencesManager withUnreadableFile(freshSuite(), QByteArray("<plist><dict><key>"));
-    EXPECT_EQ(withUnreadableFile.getSeparatorString(), QString());
-    EXPECT_FALSE(withUnreadableFile.getAnimateCodeChanges());
-
-    ViewPreferencesManager withAnArray(
-        freshSuite(), platform::PropertyList::write(QVariantList{true}, platform::PropertyList::Format::Xml));
-    EXPECT_FALSE(withAnArray.getAnimateCodeChanges());
-}
-
 TEST(ViewPreferencesManager, RegisteredDefaultsAnswerUntilAValueIsStored) {
-    ViewPreferencesManager manager(freshSuite(), plist({{"separatorString", " "},
-                                                        {"changeColorWhenCodeWillChange", true},
-                                                        {"animateCodeChanges", true}}));
-    EXPECT_EQ(manager.getSeparatorString(), QStringLiteral(" "));
-    EXPECT_TRUE(manager.getChangeColorWhenCodeWillChange());
-    EXPECT_TRUE(manager.getAnimateCodeChanges());
+    const std::optional<QByteArray> library = marlockCommon::resourceData("defaults", "plist");
+    ASSERT_TRUE(library.has_value());
+    const QVariantMap libraryValues = platform::PropertyList::read(*library).value().toMap();
+    ASSERT_FALSE(libraryValues.isEmpty());
+    const QVariantMap registered{
+        {"separatorString", " "}, {"changeColorWhenCodeWillChange", true}, {"animateCodeChanges", true}};
+    const struct {
+        const char* name;
+        std::optional<QByteArray> registration;
+        QVariantMap expected; // empty: nothing registered, so "" and false
+    } cases[] = {{"no file", std::nullopt, {}},
+                 {"unreadable file", QByteArray("<plist><dict><key>"), {}},
+                 {"an array", plist(QVariantList{true}), {}},
+                 {"a dictionary", plist(registered), registered},
+                 {"the library's file", library, libraryValues}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        ViewPreferencesManager manager(freshSuite(), c.registration);
+        EXPECT_EQ(manager.getSeparatorString(), c.expected.value("separatorString", QString()).toString());
+        const bool animate = c.expected.value("animateCodeChanges", false).toBool();
+        EXPECT_EQ(manager.getChangeColorWhenCodeWillChange(),
+                  c.expected.value("changeColorWhenCodeWillChange", false).toBool());
+        EXPECT_EQ(manager.getAnimateCodeChanges(), animate);
 
-    manager.setAnimateCodeChanges(false, false);
-    EXPECT_FALSE(manager.getAnimateCodeChanges());
-}
-
-TEST(ViewPreferencesManager, TheLibrarysDefaultsFileIsRegistered) {
-    const std::optional<QByteArray> bytes = marlockCommon::resourceData("defaults", "plist");
-    ASSERT_TRUE(bytes.has_value());
-    const QVariantMap expected = platform::PropertyList::read(*bytes).value().toMap();
-    ASSERT_FALSE(expected.isEmpty());
-
-    ViewPreferencesManager manager(freshSuite(), bytes);
-    EXPECT_EQ(manager.getSeparatorString(), expected.value("separatorString").toString());
-    EXPECT_EQ(manager.getChangeColorWhenCodeWillChange(),
-              expected.value("changeColorWhenCodeWillChange").toBool());
-    EXPECT_EQ(manager.getAnimateCodeChanges(), expected.value("animateCodeChanges").toBool());
+        manager.setAnimateCodeChanges(!animate, false);
+        EXPECT_EQ(manager.getAnimateCodeChanges(), !animate);
+    }
 }
 
 TEST(ViewPreferencesManager, SettersStoreFlushOnRequestAndPostEvenWithoutAChange) {
@@ -114,18 +107,17 @@ TEST(ViewPreferencesManager, SettersStoreFlushOnRequestAndPostEvenWithoutAChange
     manager.setAnimateCodeChanges(true);
     EXPECT_TRUE(manager.getAnimateCodeChanges());
 
-    ASSERT_TRUE(waitUntil([&] { return recorder.names.size() >= 3; }));
-    recorder.settle();
-    EXPECT_EQ(recorder.names, (QStringList{VPMSeparatorStringDidChangeDarwinNotification,
-                                           VPMSeparatorStringDidChangeDarwinNotification,
-                                           VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification}))
+    EXPECT_EQ(recorder.received(3),
+              (QStringList{VPMSeparatorStringDidChangeDarwinNotification,
+                           VPMSeparatorStringDidChangeDarwinNotification,
+                           VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification}))
         << "the animation preference posts nothing";
 }
 
 TEST(ViewPreferencesManager, ResetWritesTheFactoryValuesAndPostsSeparatorThenColour) {
-    ViewPreferencesManager manager(freshSuite(), plist({{"separatorString", " "},
-                                                        {"changeColorWhenCodeWillChange", true},
-                                                        {"animateCodeChanges", false}}));
+    ViewPreferencesManager manager(freshSuite(), plist(QVariantMap{{"separatorString", " "},
+                                                                   {"changeColorWhenCodeWillChange", true},
+                                                                   {"animateCodeChanges", false}}));
     manager.setAnimateCodeChanges(false, false);
     NotificationRecorder recorder;
 
@@ -135,10 +127,9 @@ TEST(ViewPreferencesManager, ResetWritesTheFactoryValuesAndPostsSeparatorThenCol
         << "written, so the registered \" \" no longer applies";
     EXPECT_FALSE(manager.getChangeColorWhenCodeWillChange());
 
-    ASSERT_TRUE(waitUntil([&] { return recorder.names.size() >= 2; }));
-    recorder.settle();
-    EXPECT_EQ(recorder.names, (QStringList{VPMSeparatorStringDidChangeDarwinNotification,
-                                           VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification}));
+    EXPECT_EQ(recorder.received(2),
+              (QStringList{VPMSeparatorStringDidChangeDarwinNotification,
+                           VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification}));
 }
 
 TEST(ViewPreferencesManager, FormatsCodesWithTheSharedManagersSeparator) {

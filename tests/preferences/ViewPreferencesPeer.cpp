@@ -3,18 +3,19 @@
 //  - prints "ready" once it observes both preference notifications;
 //  - on each notification, takes in the store's changes and prints
 //    "<bare name> separator=<separator> color=<0|1>";
-//  - reads commands on standard input: "separator <text>", "color <0|1>", "quit".
+//  - reads commands on standard input, "separator <text>" and "color <0|1>", until it closes.
 #include "marlockCompanionCommon/notifications/PLXDarwinNotificationCenter.h"
 #include "marlockCompanionCommon/platform/Identity.h"
+#include "marlockCompanionCommon/platform/OperationQueue.h"
 #include "marlockCompanionCommon/platform/UserDefaults.h"
 #include "marlockCompanionCommon/preferences/ViewPreferencesManager.h"
 
 #include <QCoreApplication>
-#include <QSocketNotifier>
-#include <QTextStream>
 
 #include <cstdio>
-#include <unistd.h>
+#include <iostream>
+#include <string>
+#include <thread>
 
 namespace {
 
@@ -25,14 +26,11 @@ void say(const QString& line) {
 
 void runCommand(const QString& line) {
     ViewPreferencesManager* manager = ViewPreferencesManager::sharedManager();
-    const QString command = line.section(QLatin1Char(' '), 0, 0);
     const QString argument = line.section(QLatin1Char(' '), 1);
-    if (command == QLatin1String("separator"))
+    if (line.startsWith(QLatin1String("separator ")))
         manager->setSeparatorString(argument);
-    else if (command == QLatin1String("color"))
+    else if (line.startsWith(QLatin1String("color ")))
         manager->setChangeColorWhenCodeWillChange(argument == QLatin1String("1"));
-    else if (command == QLatin1String("quit"))
-        QCoreApplication::quit();
 }
 
 } // namespace
@@ -50,19 +48,12 @@ int main(int argc, char** argv) {
                     .arg(manager->getChangeColorWhenCodeWillChange() ? 1 : 0));
         });
 
-    QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
-    QByteArray pending;
-    QObject::connect(&input, &QSocketNotifier::activated, [&] {
-        char buffer[512];
-        const ssize_t n = ::read(STDIN_FILENO, buffer, sizeof buffer);
-        if (n <= 0) {
-            QCoreApplication::quit();
-            return;
-        }
-        pending.append(buffer, n);
-        for (qsizetype end; (end = pending.indexOf('\n')) >= 0; pending.remove(0, end + 1))
-            runCommand(QString::fromUtf8(pending.left(end)));
-    });
+    // Commands are read on a thread of their own and carried out on the main thread.
+    std::thread([] {
+        for (std::string line; std::getline(std::cin, line);)
+            platform::dispatchAsyncMain([line = QString::fromStdString(line)] { runCommand(line); });
+        platform::dispatchAsyncMain([] { QCoreApplication::quit(); });
+    }).detach();
     say(QStringLiteral("ready"));
     return app.exec();
 }

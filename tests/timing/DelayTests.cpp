@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <cmath>
-#include <limits>
 #include <thread>
 #include <vector>
 
@@ -16,13 +15,17 @@ using testsupport::waitUntil;
 namespace {
 
 TEST(Delay, RoundsTowardZeroToWholeNanoseconds) {
-    EXPECT_EQ(delayNanoseconds(1.0000000009), 1'000'000'000);
-    EXPECT_EQ(delayNanoseconds(0), 0);
-    EXPECT_EQ(delayNanoseconds(-1), -1'000'000'000);
-    EXPECT_EQ(delayNanoseconds(2.5e-9), 2);
-    EXPECT_EQ(delayNanoseconds(-2.5e-9), -2);
-    EXPECT_EQ(delayNanoseconds(0.25), 250'000'000);
-    EXPECT_EQ(delayNanoseconds(9e9), 9'000'000'000'000'000'000) << "about 285 years still fits";
+    const std::pair<double, int64_t> cases[] = {
+        {1.0000000009, 1'000'000'000},
+        {0, 0},
+        {-1, -1'000'000'000},
+        {2.5e-9, 2},
+        {-2.5e-9, -2},
+        {0.25, 250'000'000},
+        {9e9, 9'000'000'000'000'000'000}, // about 285 years still fits
+    };
+    for (const auto& [seconds, nanoseconds] : cases)
+        EXPECT_EQ(delayNanoseconds(seconds), nanoseconds) << seconds;
 }
 
 TEST(Delay, RunsOnTheMainThreadNeverSynchronouslyInDeadlineOrder) {
@@ -34,25 +37,25 @@ TEST(Delay, RunsOnTheMainThreadNeverSynchronouslyInDeadlineOrder) {
     EXPECT_TRUE(order.empty()) << "nothing runs inside delay()";
     ASSERT_TRUE(waitUntil([&] { return order.size() == 4; }));
     EXPECT_EQ(order, (std::vector<char>{'c', 'd', 'b', 'a'}));
-}
 
-TEST(Delay, ClosuresScheduledFromAnotherThreadRunOnTheMainThread) {
     std::atomic<int> onMain{0}, elsewhere{0};
     std::thread([&] {
         delay(0.001, [&] { (platform::isMainThread() ? onMain : elsewhere).fetch_add(1); });
     }).join();
     ASSERT_TRUE(waitUntil([&] { return onMain + elsewhere == 1; }));
-    EXPECT_EQ(onMain, 1);
+    EXPECT_EQ(onMain, 1) << "scheduled from another thread, run on the main one";
 }
 
 TEST(DelayDeathTest, OutOfRangeDelaysStopTheProcess) {
-    EXPECT_DEATH(delay(std::numeric_limits<double>::infinity(), [] {}), "infinite or NaN");
-    EXPECT_DEATH(delay(-std::numeric_limits<double>::infinity(), [] {}), "infinite or NaN");
-    EXPECT_DEATH(delay(std::nan(""), [] {}), "infinite or NaN");
-    EXPECT_DEATH(delay(1e10, [] {}), "greater than Int64.max");
-    EXPECT_DEATH(delay(-1e10, [] {}), "less than Int64.min");
-    // Exactly 2^63 ns is already out of range.
-    EXPECT_DEATH(delayNanoseconds(9'223'372'036.854775808), "greater than Int64.max");
+    // The last is exactly 2^63 ns, already out of range.
+    const std::pair<double, const char*> cases[] = {
+        {INFINITY, "infinite or NaN"},  {-INFINITY, "infinite or NaN"},
+        {NAN, "infinite or NaN"},       {1e10, "greater than Int64.max"},
+        {-1e10, "less than Int64.min"}, {9'223'372'036.854775808, "greater than Int64.max"}};
+    for (const auto& [seconds, message] : cases) {
+        SCOPED_TRACE(seconds);
+        EXPECT_DEATH(delay(seconds, [] {}), message);
+    }
 }
 
 } // namespace

@@ -14,8 +14,11 @@ using testsupport::waitUntil;
 
 namespace {
 
-TEST(OTPDisplayLink, UpdateCallsTheCallbackIfThereIsOne) {
+TEST(OTPDisplayLink, TicksAtSixtyHertzWithoutAScreenAndUpdateCallsTheCallbackIfAny) {
     OTPDisplayLink link;
+    ASSERT_NE(link.displayLink(), nullptr);
+    EXPECT_EQ(link.displayLink()->nominalFramesPerSecond(), 60.0);
+
     link.update(); // no callback: nothing to call, nothing to fail
     int calls = 0;
     link.setCallback([&] { ++calls; });
@@ -26,40 +29,31 @@ TEST(OTPDisplayLink, UpdateCallsTheCallbackIfThereIsOne) {
     EXPECT_EQ(calls, 1);
 }
 
-TEST(OTPDisplayLink, WithoutAScreenTicksAtSixtyHertz) {
-    OTPDisplayLink link;
-    ASSERT_NE(link.displayLink(), nullptr);
-    EXPECT_EQ(link.displayLink()->nominalFramesPerSecond(), 60.0);
-}
-
-TEST(OTPDisplayLink, StartsStopsAndRestartsOffTheMainThread) {
-    std::atomic<int> frames{0}, onMain{0};
-    OTPDisplayLink link;
-    link.setCallback([&] {
-        onMain += platform::isMainThread();
-        ++frames;
-    });
-    link.start();
-    ASSERT_TRUE(waitUntil([&] { return frames >= 3; }));
-    link.stop();
-    const int stoppedAt = frames;
-    spinEventLoop(100ms);
-    EXPECT_EQ(frames, stoppedAt) << "no frame after stop() returned";
-
-    link.start();
-    link.start();
-    ASSERT_TRUE(waitUntil([&] { return frames >= stoppedAt + 3; }));
-    link.stop();
-    link.stop();
-    EXPECT_EQ(onMain, 0);
-}
-
-TEST(OTPDisplayLink, DestroyingARunningLinkEndsItsThread) {
+TEST(OTPDisplayLink, StartsStopsAndRestartsOffTheMainThreadAndStopsWhenDestroyed) {
     auto frames = std::make_shared<std::atomic<int>>(0);
+    std::atomic<int> onMain{0};
     auto link = std::make_unique<OTPDisplayLink>();
-    link->setCallback([frames] { ++*frames; });
+    link->setCallback([&onMain, frames] {
+        onMain += platform::isMainThread();
+        ++*frames;
+    });
     link->start();
-    ASSERT_TRUE(waitUntil([&] { return *frames >= 1; }));
+    ASSERT_TRUE(waitUntil([&] { return *frames >= 3; }));
+    link->stop();
+    const int stoppedAt = *frames;
+    spinEventLoop(100ms);
+    EXPECT_EQ(*frames, stoppedAt) << "no frame after stop() returned";
+
+    link->start();
+    link->start();
+    ASSERT_TRUE(waitUntil([&] { return *frames >= stoppedAt + 3; }));
+    link->stop();
+    link->stop();
+    EXPECT_EQ(onMain, 0);
+
+    // Destroying a running link ends its thread.
+    link->start();
+    ASSERT_TRUE(waitUntil([&] { return *frames >= stoppedAt + 4; }));
     link.reset();
     const int atDestruction = *frames;
     spinEventLoop(100ms);

@@ -19,36 +19,30 @@ using testsupport::waitUntil;
 
 namespace {
 
-// A source the test can fire: an eventfd made readable by hand, reporting either a clock change
-// or a spurious wake-up.
-class ManualSource : public SystemClockMonitor::Source {
-public:
-    struct State {
-        std::atomic<int> arms{0};
-        std::atomic<bool> nextIsClockChange{true};
-    };
-    ManualSource(int fd, std::shared_ptr<State> state)
-        : fd_(fd)
-        , state_(std::move(state)) {}
-    int fileDescriptor() const override { return fd_; }
-    bool arm(platform::Error*) override {
-        ++state_->arms;
-        return true;
-    }
-    Event readEvent() override {
-        uint64_t value = 0;
-        if (::read(fd_, &value, sizeof value) != ssize_t(sizeof value))
-            return Event::Nothing;
-        return state_->nextIsClockChange ? Event::ClockWasSet : Event::Nothing;
-    }
-
-private:
-    int fd_;
-    std::shared_ptr<State> state_;
-};
-
+// Observes the clock-change notification, and hands out a source it fires by hand: an eventfd
+// made readable on demand, reporting either a clock change or a spurious wake-up.
 class SystemClockMonitorTest : public ::testing::Test {
 protected:
+    class ManualSource : public SystemClockMonitor::Source {
+    public:
+        explicit ManualSource(SystemClockMonitorTest* test)
+            : test_(test) {}
+        int fileDescriptor() const override { return test_->fd_; }
+        bool arm(platform::Error*) override {
+            ++test_->arms_;
+            return true;
+        }
+        Event readEvent() override {
+            uint64_t value = 0;
+            if (::read(test_->fd_, &value, sizeof value) != ssize_t(sizeof value))
+                return Event::Nothing;
+            return test_->nextIsClockChange_ ? Event::ClockWasSet : Event::Nothing;
+        }
+
+    private:
+        SystemClockMonitorTest* test_;
+    };
+
     void SetUp() override {
         fd_ = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
         ASSERT_GE(fd_, 0);
@@ -70,34 +64,34 @@ protected:
 
     int fd_ = -1;
     platform::NotificationCenter::ObserverToken token_;
-    std::atomic<int> posts_{0}, postsOnMain_{0};
+    std::atomic<int> posts_{0}, postsOnMain_{0}, arms_{0};
+    std::atomic<bool> nextIsClockChange_{true};
 };
 
 TEST_F(SystemClockMonitorTest, PostsOnTheMainThreadAndRearmsAfterEachChange) {
-    auto state = std::make_shared<ManualSource::State>();
-    SystemClockMonitor monitor(std::make_unique<ManualSource>(fd_, state));
+    SystemClockMonitor monitor(std::make_unique<ManualSource>(this));
     ASSERT_TRUE(monitor.start());
     ASSERT_TRUE(monitor.start());
     EXPECT_TRUE(monitor.isRunning());
-    EXPECT_EQ(state->arms, 1);
+    EXPECT_EQ(arms_, 1);
 
     trigger();
     ASSERT_TRUE(waitUntil([&] { return posts_ == 1; }));
-    EXPECT_EQ(state->arms, 2) << "re-armed after the change";
+    EXPECT_EQ(arms_, 2) << "re-armed after the change";
     trigger();
     ASSERT_TRUE(waitUntil([&] { return posts_ == 2; }));
-    EXPECT_EQ(state->arms, 3);
+    EXPECT_EQ(arms_, 3);
     EXPECT_EQ(postsOnMain_, 2) << "posted on the main thread, with no object";
 
-    state->nextIsClockChange = false;
+    nextIsClockChange_ = false;
     trigger();
     spinEventLoop(50ms);
     EXPECT_EQ(posts_, 2) << "a wake-up that is no change posts nothing";
-    EXPECT_EQ(state->arms, 3);
+    EXPECT_EQ(arms_, 3);
 
     monitor.stop();
     EXPECT_FALSE(monitor.isRunning());
-    state->nextIsClockChange = true;
+    nextIsClockChange_ = true;
     trigger();
     spinEventLoop(50ms);
     EXPECT_EQ(posts_, 2) << "a stopped monitor is deaf";
