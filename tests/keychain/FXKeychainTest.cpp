@@ -281,9 +281,9 @@ TEST_F(FXKeychainFailures, ResetKeychainClearsEveryClassAndOnlyReportsIntoAnOutP
     EXPECT_EQ(error, Error(FXKeychainErrorDomain, Code::authFailed));
 }
 
-TEST(FXKeychain, TheDefaultKeychainIsOneStoreForTheBundle) {
-    auto memory = std::make_shared<KeychainServices>(makeMemoryKeychainBackend());
-    KeychainServices::setShared(memory);
+TEST(FXKeychain, TheDefaultKeychainIsOneStoreForTheBundleOverTheSharedKeychain) {
+    KeychainFixture memory(makeMemoryKeychainBackend());
+    KeychainServices::setShared(memory.services);
     FXKeychain& keychain = FXKeychain::defaultKeychain();
     EXPECT_EQ(&keychain, &FXKeychain::defaultKeychain());
     EXPECT_EQ(keychain.service(), Identity::bundleIdentifier());
@@ -291,23 +291,20 @@ TEST(FXKeychain, TheDefaultKeychainIsOneStoreForTheBundle) {
     EXPECT_EQ(keychain.accessibility(), 0u);
 
     ASSERT_TRUE(keychain.setObject(QStringLiteral("pass"), "iCloudDecryptionPassword"));
-    QByteArray data;
-    EXPECT_EQ(memory->copyMatchingData({KeychainClass::genericPassword, Identity::bundleIdentifier(),
-                                        QStringLiteral("iCloudDecryptionPassword")},
-                                       &data),
-              Code::success);
-    EXPECT_EQ(data, "pass");
+    EXPECT_EQ(memory.read(
+                  {KeychainClass::genericPassword, Identity::bundleIdentifier(), "iCloudDecryptionPassword"}),
+              "pass");
+    // Letting go of the replacement brings back a keychain of the platform's own.
     KeychainServices::setShared(nullptr);
+    EXPECT_NE(KeychainServices::shared(), memory.services);
 }
 
 TEST(FXKeychain, AStoreWithoutServiceMatchesAnyService) {
-    auto services = std::make_shared<KeychainServices>(makeMemoryKeychainBackend());
-    ASSERT_EQ(services->itemAdd({KeychainClass::genericPassword, "elsewhere", "k"},
-                                KeychainFixture::secret("found")),
-              Code::success);
+    KeychainFixture memory(makeMemoryKeychainBackend());
+    ASSERT_EQ(memory.add({KeychainClass::genericPassword, "elsewhere", "k"}, "found"), Code::success);
     for (const auto& [service, expected] : std::vector<std::pair<std::optional<QString>, QVariant>>{
              {std::nullopt, "found"}, {QString(), "found"}, {QStringLiteral("mine"), QVariant()}}) {
-        FXKeychain store(service, std::nullopt, 0, services);
+        FXKeychain store(service, std::nullopt, 0, memory.services);
         EXPECT_EQ(store.objectForKey("k"), expected) << service.value_or("(none)").toStdString();
     }
 }

@@ -44,11 +44,3 @@ TEST(KeychainServices, EveryStatusHasItsOwnMessage) {
     EXPECT_EQ(keychainErrorMessage(Code::itemNotFound), "The item could not be found in the keychain.");
     EXPECT_EQ(keychainErrorMessage(-1), "Unknown keychain status -1.");
 }
-
-TEST(KeychainServices, TheSharedKeychainCanBeReplaced) {
-    auto memory = std::make_shared<KeychainServices>(makeMemoryKeychainBackend());
-    KeychainServices::setShared(memory);
-    EXPECT_EQ(KeychainServices::shared(), memory);
-    KeychainServices::setShared(nullptr);
-    EXPECT_NE(KeychainServices::shared(), memory);
-}

@@ -30,30 +30,21 @@ QString refusal(const QByteArray& archive, const QStringList& classes) {
 
 } // namespace
 
-TEST(KeyedArchiver, WritesTheStandardLayout) {
-    const QByteArray archive = KeyedArchiver::archivedData(QVariantList{"a", "a", 7}, true);
-    ASSERT_TRUE(archive.startsWith("bplist00"));
-    const QVariantMap root = PropertyList::read(archive).value().toMap();
-    EXPECT_EQ(root.value("$archiver"), "NSKeyedArchiver");
-    EXPECT_EQ(root.value("$version").toLongLong(), 100000);
+// The layout itself is checked by the plistlib interop test; here, how objects are shared.
+TEST(KeyedArchiver, StoresEqualStringsOnceAndNumbersAsThemselves) {
+    const QVariantMap root =
+        PropertyList::read(KeyedArchiver::archivedData(QVariantList{"a", "a", 7}, true)).value().toMap();
     const QVariantList objects = root.value("$objects").toList();
-    ASSERT_FALSE(objects.isEmpty());
-    EXPECT_EQ(objects.front(), "$null");
     const auto at = [&](const QVariant& ref) {
         EXPECT_EQ(ref.metaType(), QMetaType::fromType<PropertyList::Uid>());
         return objects.value(static_cast<qsizetype>(ref.value<PropertyList::Uid>().value));
     };
-
-    const QVariantMap array = at(root.value("$top").toMap().value("root")).toMap();
-    const QVariantList members = array.value("NS.objects").toList();
+    const QVariantList members =
+        at(root.value("$top").toMap().value("root")).toMap().value("NS.objects").toList();
     ASSERT_EQ(members.size(), 3);
-    // Equal strings are stored once and referred to twice; numbers are stored as themselves.
     EXPECT_EQ(members[0], members[1]);
     EXPECT_EQ(at(members[0]), "a");
     EXPECT_EQ(at(members[2]).toLongLong(), 7);
-    const QVariantMap cls = at(array.value("$class")).toMap();
-    EXPECT_EQ(cls.value("$classname"), "NSArray");
-    EXPECT_EQ(cls.value("$classes").toStringList(), QStringList({"NSArray", "NSObject"}));
 }
 
 TEST(KeyedArchiver, BuiltInValuesRoundTrip) {
@@ -114,17 +105,12 @@ TEST(KeyedArchiver, ClassesThatCodeThemselvesRoundTrip) {
 }
 
 TEST(KeyedArchiver, RefusesWhatItCannotEncode) {
+    // Types with no archived form (the jr_ helpers' test checks the exception's name and reason),
+    // invalid dates, integers past the signed range, and anything after the end.
+    for (const QVariant& value :
+         {QVariant::fromValue(QSize(1, 2)), QVariant(QDateTime()), QVariant::fromValue(quint64(1) << 63)})
+        EXPECT_THROW(KeyedArchiver::archivedData(value, true), ArchiveException) << value.typeName();
     KeyedArchiver archiver;
-    try {
-        archiver.encodeObject(QVariant::fromValue(QSize(1, 2)), "root");
-        FAIL() << "encoded a QSize";
-    } catch (const ArchiveException& exception) {
-        EXPECT_EQ(exception.name(), KeyedArchive::invalidArchiveOperationException);
-        EXPECT_TRUE(exception.reason().contains("QSize"));
-    }
-    EXPECT_THROW(KeyedArchiver::archivedData(QDateTime(), true), ArchiveException);
-    EXPECT_THROW(KeyedArchiver::archivedData(QVariant::fromValue(quint64(1) << 63), true), ArchiveException);
-
     archiver.finishEncoding();
     EXPECT_THROW(archiver.encodeInt64(1, "late"), ArchiveException);
 }
@@ -143,11 +129,6 @@ TEST(KeyedUnarchiver, SecureDecodingRefusesClassesNotAllowed) {
         handMade({"$null", QVariantMap{{"$class", uid(2)}, {"NS.objects", QVariantList{}}},
                   classDescription("NSMutableArray", {"NSMutableArray", "NSArray", "NSObject"})});
     EXPECT_TRUE(KeyedUnarchiver::unarchivedObjectOfClasses({"NSArray"}, mutableArray).toList().isEmpty());
-
-    // Without secure coding the allow-list is not consulted.
-    KeyedUnarchiver lenient(strings);
-    lenient.setRequiresSecureCoding(false);
-    EXPECT_EQ(lenient.decodeValueOfClasses({}, "root").toList(), QVariantList{"text"});
 }
 
 TEST(KeyedUnarchiver, DamagedArchivesAreErrorsNeverCrashes) {
