@@ -6,6 +6,7 @@
 #include <QVariant>
 
 #include <memory>
+#include <tuple>
 
 namespace archivetest {
 
@@ -48,7 +49,6 @@ public:
             coder.encodeObject(*next, "next");
     }
     static std::shared_ptr<marlockCommon::SecureCoding> decode(marlockCommon::KeyedDecoder& coder) {
-        auto point = std::make_shared<Waypoint>();
         const auto label = coder.decodeStringForKey("label");
         const auto latitude = coder.decodeDoubleForKey("latitude");
         const auto order = coder.decodeInt64ForKey("order");
@@ -58,11 +58,9 @@ public:
             coder.failWithError(QStringLiteral("a waypoint field is missing or of the wrong type"));
             return nullptr;
         }
-        point->label = *label;
-        point->latitude = *latitude;
-        point->order = *order;
-        point->visited = *visited;
-        point->note = *note;
+        auto point = std::make_shared<Waypoint>();
+        std::tie(point->label, point->latitude, point->order, point->visited, point->note) =
+            std::tie(*label, *latitude, *order, *visited, *note);
         if (coder.containsValueForKey("next")) {
             point->next = std::static_pointer_cast<Waypoint>(coder.decodeObjectOfClasses({name}, "next"));
             if (!point->next)
@@ -71,10 +69,19 @@ public:
         return point;
     }
     static void registerClass() { marlockCommon::registerSecureCodingClass(name, &Waypoint::decode); }
+    friend bool operator==(const Waypoint& a, const Waypoint& b) {
+        return std::tie(a.label, a.latitude, a.order, a.visited, a.note) ==
+                   std::tie(b.label, b.latitude, b.order, b.visited, b.note) &&
+               (a.next && b.next ? *a.next == *b.next : a.next == b.next);
+    }
 };
 
 inline QVariant object(std::shared_ptr<marlockCommon::SecureCoding> value) {
     return QVariant::fromValue(std::move(value));
+}
+// The decoded object of class T a variant holds, or null.
+template <typename T> std::shared_ptr<T> decoded(const QVariant& value) {
+    return std::dynamic_pointer_cast<T>(value.value<std::shared_ptr<marlockCommon::SecureCoding>>());
 }
 
 } // namespace archivetest

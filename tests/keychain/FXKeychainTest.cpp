@@ -1,70 +1,44 @@
 // FXKeychain over both backends (the throw-away Secret Service keyring and memory), plus the
 // failure paths and class-wide deletions, which run on memory only: a class-wide delete in the
 // shared test keyring would remove other tests' items.
+#include "KeychainTestSupport.h"
+
 #include "marlockCompanionCommon/keychain/FXKeychain.h"
 #include "marlockCompanionCommon/platform/Identity.h"
-#include "marlockCompanionCommon/platform/KeychainServices.h"
 #include "marlockCompanionCommon/platform/PropertyList.h"
 #include "marlockCompanionCommon/platform/SystemLog.h"
 
 #include <QDateTime>
 #include <QSize>
-#include <QUuid>
 
 #include <gtest/gtest.h>
 
 using namespace platform;
+using namespace keychaintest;
 namespace Code = platform::KeychainStatusCode;
 
 namespace {
 
-struct MemoryBackend {
-    static std::unique_ptr<KeychainBackend> make() { return makeMemoryKeychainBackend(); }
-};
-struct SecretServiceBackend {
-    static std::unique_ptr<KeychainBackend> make() { return makeSecretServiceKeychainBackend(); }
-};
-
-template <typename Backend> class FXKeychainStore : public ::testing::Test {
+class FXKeychainStore : public ::testing::TestWithParam<Backend>, public KeychainFixture {
 protected:
-    const QString service =
-        QStringLiteral("fxkeychain-test-") + QUuid::createUuid().toString(QUuid::WithoutBraces);
-    std::shared_ptr<KeychainServices> services = std::make_shared<KeychainServices>(Backend::make());
+    FXKeychainStore()
+        : KeychainFixture(GetParam().make()) {}
     FXKeychain keychain{service, QStringLiteral("group.ignored"), 0, services};
     QStringList log;
     SystemLogCapture capture{[this](const QString& line) { log << line; }};
-
-    KeychainQuery itemQuery(const QString& key) const {
-        return {KeychainClass::genericPassword, service, key};
-    }
-    // Puts bytes into the keychain as another program might have.
-    void storeRaw(const QString& key, const QByteArray& bytes) {
-        ASSERT_EQ(services->itemAdd(itemQuery(key), {bytes, std::nullopt, std::nullopt}), Code::success);
-    }
-    void TearDown() override {
-        (void)services->itemDelete(KeychainQuery{KeychainClass::genericPassword, service, std::nullopt});
-    }
+    std::string logged() const { return log.join('\n').toStdString(); }
 };
+INSTANTIATE_TEST_SUITE_P(, FXKeychainStore, backends, backendName);
 
-using Backends = ::testing::Types<MemoryBackend, SecretServiceBackend>;
-TYPED_TEST_SUITE(FXKeychainStore, Backends);
-
-TYPED_TEST(FXKeychainStore, StringsAreStoredAsTheirUtf8Bytes) {
-    ASSERT_TRUE(this->keychain.setObject(QStringLiteral("hello"), "greeting"));
-    EXPECT_EQ(this->keychain.dataForKey("greeting"), QByteArray("hello"));
-    EXPECT_EQ(this->keychain.objectForKey("greeting"), "hello");
-    EXPECT_EQ(this->keychain.objectForKeyedSubscript("greeting"), "hello");
-    EXPECT_TRUE(this->log.contains("Data size: 5 bytes")) << this->log.join('\n').toStdString();
-
-    ASSERT_TRUE(this->keychain.setObject(QString(), "empty"));
-    EXPECT_EQ(this->keychain.dataForKey("empty"), QByteArray(""));
-    EXPECT_EQ(this->keychain.objectForKey("empty"), QString());
-}
-
-TYPED_TEST(FXKeychainStore, StringsThatLookLikePropertyListsStayStrings) {
-    ASSERT_TRUE(this->keychain.setObject(QStringLiteral("bplist, but not one"), "fake"));
-    EXPECT_EQ(this->keychain.dataForKey("fake"), QByteArray("bplist, but not one"));
-    EXPECT_EQ(this->keychain.objectForKey("fake"), "bplist, but not one");
+TEST_P(FXKeychainStore, StringsAreStoredAsTheirUtf8Bytes) {
+    for (const QString& text : {QStringLiteral("hello"), QString(), QStringLiteral("bplist, but not one")}) {
+        SCOPED_TRACE(text.toStdString());
+        ASSERT_TRUE(keychain.setObject(text, "key"));
+        EXPECT_EQ(keychain.dataForKey("key"), text.toUtf8());
+        EXPECT_EQ(keychain.objectForKey("key"), text);
+        EXPECT_EQ(keychain.objectForKeyedSubscript("key"), text);
+    }
+    EXPECT_TRUE(log.contains("Data size: 5 bytes")) << logged();
 
     // The bytes of a binary property list of 0 are all ASCII, so they make a valid string; stored
     // as text it would read back as the number. It goes the property-list way instead, where its
@@ -73,93 +47,86 @@ TYPED_TEST(FXKeychainStore, StringsThatLookLikePropertyListsStayStrings) {
     const QByteArray plistBytes = PropertyList::write(qint64(0), PropertyList::Format::Binary).value();
     const QString lookalike = QString::fromUtf8(plistBytes);
     ASSERT_EQ(lookalike.toUtf8(), plistBytes);
-    ASSERT_TRUE(this->keychain.setObject(QStringLiteral("before"), "real"));
     Error error;
-    EXPECT_TRUE(this->keychain.setObject(lookalike, "real", &error));
+    EXPECT_TRUE(keychain.setObject(lookalike, "key", &error));
     EXPECT_EQ(error.domain, PropertyList::errorDomain);
     EXPECT_EQ(error.code, PropertyList::writeInvalidError);
-    EXPECT_FALSE(this->keychain.dataForKey("real").has_value());
+    EXPECT_FALSE(keychain.dataForKey("key").has_value());
 }
 
-TYPED_TEST(FXKeychainStore, OtherValuesAreStoredAsBinaryPropertyLists) {
-    ASSERT_TRUE(this->keychain.setObject(42, "number"));
-    EXPECT_TRUE(this->keychain.dataForKey("number").value().startsWith("bplist"));
-    EXPECT_EQ(this->keychain.objectForKey("number").toLongLong(), 42);
+TEST_P(FXKeychainStore, OtherValuesAreStoredAsBinaryPropertyLists) {
+    ASSERT_TRUE(keychain.setObject(42, "number"));
+    EXPECT_TRUE(keychain.dataForKey("number").value().startsWith("bplist"));
+    EXPECT_EQ(keychain.objectForKey("number").toLongLong(), 42);
 
     const QDateTime when = QDateTime::fromSecsSinceEpoch(1'700'000'000, Qt::UTC);
     const QVariantMap value{
         {"data", QByteArray("\x00\xff", 2)}, {"flag", true}, {"when", when}, {"pi", 3.25}};
-    ASSERT_TRUE(this->keychain.setObject(value, "map"));
-    EXPECT_EQ(this->keychain.objectForKey("map").toMap(), value);
+    ASSERT_TRUE(keychain.setObject(value, "map"));
+    EXPECT_EQ(keychain.objectForKey("map").toMap(), value);
 
     // Nulls have no property-list form: they are left out.
-    ASSERT_TRUE(this->keychain.setObject(QVariantList{1, QVariant::fromValue(nullptr), "two"}, "list"));
-    EXPECT_EQ(this->keychain.objectForKey("list").toList(), QVariantList({1, "two"}));
+    ASSERT_TRUE(keychain.setObject(QVariantList{1, QVariant::fromValue(nullptr), "two"}, "list"));
+    EXPECT_EQ(keychain.objectForKey("list").toList(), QVariantList({1, "two"}));
 }
 
-TYPED_TEST(FXKeychainStore, AMissingKeyIsReportedButNotLogged) {
+TEST_P(FXKeychainStore, AMissingKeyIsReportedButNotLoggedAndStoringItLeavesThatReport) {
     Error error;
-    EXPECT_FALSE(this->keychain.objectForKey("missing", &error).isValid());
+    EXPECT_FALSE(keychain.objectForKey("key", &error).isValid());
     EXPECT_EQ(error, Error(FXKeychainErrorDomain, Code::itemNotFound));
-    EXPECT_FALSE(this->keychain.dataForKey("missing").has_value());
-    EXPECT_TRUE(this->log.isEmpty()) << this->log.join('\n').toStdString();
-}
+    EXPECT_FALSE(keychain.dataForKey("key").has_value());
+    EXPECT_TRUE(log.isEmpty()) << logged();
 
-TYPED_TEST(FXKeychainStore, StoringANewKeyLeavesNotFoundInTheErrorYetSucceeds) {
-    Error error;
-    EXPECT_TRUE(this->keychain.setObject(QStringLiteral("v1"), "key", &error));
-    EXPECT_EQ(error.code, Code::itemNotFound);
-    EXPECT_EQ(error.domain, FXKeychainErrorDomain);
+    error = Error();
+    EXPECT_TRUE(keychain.setObject(QStringLiteral("v1"), "key", &error));
+    EXPECT_EQ(error, Error(FXKeychainErrorDomain, Code::itemNotFound));
 
     // Updating an existing key writes no error.
     Error untouched(QStringLiteral("marker"), 1);
-    EXPECT_TRUE(this->keychain.setObject(QStringLiteral("v2"), "key", &untouched));
+    EXPECT_TRUE(keychain.setObject(QStringLiteral("v2"), "key", &untouched));
     EXPECT_EQ(untouched, Error(QStringLiteral("marker"), 1));
-    EXPECT_EQ(this->keychain.objectForKey("key"), "v2");
+    EXPECT_EQ(keychain.objectForKey("key"), "v2");
 }
 
-TYPED_TEST(FXKeychainStore, RemovingAndUnencodableObjectsDeleteTheItem) {
-    EXPECT_TRUE(this->keychain.removeObjectForKey("never-stored"));
-    EXPECT_TRUE(this->log.isEmpty());
+TEST_P(FXKeychainStore, RemovingAndUnencodableObjectsDeleteTheItem) {
+    EXPECT_TRUE(keychain.removeObjectForKey("never-stored"));
+    EXPECT_TRUE(log.isEmpty());
 
-    ASSERT_TRUE(this->keychain.setObject(QStringLiteral("value"), "key"));
-    EXPECT_TRUE(this->keychain.removeObjectForKey("key"));
-    EXPECT_FALSE(this->keychain.dataForKey("key").has_value());
+    ASSERT_TRUE(keychain.setObject(QStringLiteral("value"), "key"));
+    EXPECT_TRUE(keychain.removeObjectForKey("key"));
+    EXPECT_FALSE(keychain.dataForKey("key").has_value());
 
     // An object without a property-list form removes what was stored and says why.
-    ASSERT_TRUE(this->keychain.setObject(QStringLiteral("previous"), "key"));
+    ASSERT_TRUE(keychain.setObject(QStringLiteral("previous"), "key"));
     Error error;
-    EXPECT_TRUE(this->keychain.setObject(QVariant::fromValue(QSize(1, 2)), "key", &error));
+    EXPECT_TRUE(keychain.setObject(QVariant::fromValue(QSize(1, 2)), "key", &error));
     EXPECT_EQ(error.domain, PropertyList::errorDomain);
-    EXPECT_FALSE(this->keychain.dataForKey("key").has_value());
+    EXPECT_FALSE(keychain.dataForKey("key").has_value());
 
-    this->keychain.setObjectForKeyedSubscript(QStringLiteral("again"), "key");
-    EXPECT_EQ(this->keychain.objectForKeyedSubscript("key"), "again");
-    this->keychain.setObjectForKeyedSubscript(QVariant(), "key");
-    EXPECT_FALSE(this->keychain.objectForKeyedSubscript("key").isValid());
+    keychain.setObjectForKeyedSubscript(QStringLiteral("again"), "key");
+    EXPECT_EQ(keychain.objectForKeyedSubscript("key"), "again");
+    keychain.setObjectForKeyedSubscript(QVariant(), "key");
+    EXPECT_FALSE(keychain.objectForKeyedSubscript("key").isValid());
 }
 
-TYPED_TEST(FXKeychainStore, ItemsGetTheAccessibilityAndAccessObjectOfTheirStore) {
-    ASSERT_TRUE(this->keychain.setObject(QStringLiteral("a"), "key"));
-    std::unique_ptr<KeychainItem> item;
-    ASSERT_EQ(this->services->copyMatchingItem(this->itemQuery("key"), &item), Code::success);
-    EXPECT_EQ(item->accessible, KeychainAccessible::whenUnlocked);
-    EXPECT_EQ(item->service, this->service);
+TEST_P(FXKeychainStore, ItemsGetTheAccessibilityAndAccessObjectOfTheirStore) {
+    ASSERT_TRUE(keychain.setObject(QStringLiteral("a"), "key"));
+    EXPECT_EQ(item(query("key")), (KeychainItem{KeychainClass::genericPassword, service, "key",
+                                                KeychainAccessible::whenUnlocked, std::nullopt}));
 
-    this->keychain.setAccessibility(4);
+    keychain.setAccessibility(4);
     const KeychainAccess access{QStringLiteral("Marlock"), {QStringLiteral("/usr/bin/marlock")}};
-    ASSERT_TRUE(this->keychain.setObject(QStringLiteral("b"), "key", &access, nullptr));
-    ASSERT_EQ(this->services->copyMatchingItem(this->itemQuery("key"), &item), Code::success);
-    EXPECT_EQ(item->accessible, KeychainAccessible::afterFirstUnlockThisDeviceOnly);
-    EXPECT_EQ(item->access, access);
+    ASSERT_TRUE(keychain.setObject(QStringLiteral("b"), "key", &access, nullptr));
+    EXPECT_EQ(item(query("key")), (KeychainItem{KeychainClass::genericPassword, service, "key",
+                                                KeychainAccessible::afterFirstUnlockThisDeviceOnly, access}));
 
-    this->keychain.setAccessibility(6);
-    EXPECT_THROW((void)this->keychain.setObject(QStringLiteral("c"), "key"), std::out_of_range);
+    keychain.setAccessibility(6);
+    EXPECT_THROW((void)keychain.setObject(QStringLiteral("c"), "key"), std::out_of_range);
 }
 
-TYPED_TEST(FXKeychainStore, StoredBytesAreDecodedBySniffingButArchivesAreNeverTrusted) {
-    this->storeRaw("short", "bpl");
-    EXPECT_EQ(this->keychain.objectForKey("short"), "bpl");
+TEST_P(FXKeychainStore, StoredBytesAreDecodedBySniffingButArchivesAreNeverTrusted) {
+    ASSERT_EQ(add(query("short"), "bpl"), Code::success);
+    EXPECT_EQ(keychain.objectForKey("short"), "bpl");
 
     // A keyed archive (binary, not UTF-8) is neither unarchived nor text.
     const QVariantMap archive{{"$archiver", "NSKeyedArchiver"},
@@ -167,39 +134,40 @@ TYPED_TEST(FXKeychainStore, StoredBytesAreDecodedBySniffingButArchivesAreNeverTr
                               {"$top", QVariantMap{}},
                               {"$version", 100000},
                               {"blob", QByteArray("\xff\xfe", 2)}};
-    this->storeRaw("archive", PropertyList::write(archive, PropertyList::Format::Binary).value());
+    ASSERT_EQ(add(query("archive"), PropertyList::write(archive, PropertyList::Format::Binary).value()),
+              Code::success);
     Error error;
-    EXPECT_FALSE(this->keychain.objectForKey("archive", &error).isValid());
+    EXPECT_FALSE(keychain.objectForKey("archive", &error).isValid());
     EXPECT_EQ(error, Error(FXKeychainErrorDomain, FXKeychain::undecodableDataError));
-    EXPECT_TRUE(this->log.contains("FXKeychain failed to decode data for key 'archive', error: (null)"))
-        << this->log.join('\n').toStdString();
+    EXPECT_TRUE(log.contains("FXKeychain failed to decode data for key 'archive', error: (null)"))
+        << logged();
 
     // Damaged property-list bytes that are not UTF-8 either: the parse error is passed on.
-    this->storeRaw("damaged", QByteArray("bplist00\xff\xff", 10));
-    EXPECT_FALSE(this->keychain.objectForKey("damaged", &error).isValid());
+    ASSERT_EQ(add(query("damaged"), QByteArray("bplist00\xff\xff", 10)), Code::success);
+    EXPECT_FALSE(keychain.objectForKey("damaged", &error).isValid());
     EXPECT_EQ(error.domain, PropertyList::errorDomain);
     EXPECT_EQ(error.code, PropertyList::readCorruptError);
-    EXPECT_TRUE(this->log.last().startsWith("FXKeychain failed to decode data for key 'damaged', error: "
-                                            "Error Domain=NSCocoaErrorDomain Code=3840"))
-        << this->log.last().toStdString();
+    EXPECT_TRUE(log.last().startsWith("FXKeychain failed to decode data for key 'damaged', error: "
+                                      "Error Domain=NSCocoaErrorDomain Code=3840"))
+        << logged();
 }
 
-TYPED_TEST(FXKeychainStore, NewKeychainItemForKeyFindsTheItemAndLogsItsContent) {
-    ASSERT_TRUE(this->keychain.setObject(QStringLiteral("content"), "key"));
-    this->log.clear();
-    const std::unique_ptr<KeychainItem> item = this->keychain.newKeychainItemForKey("key");
-    ASSERT_TRUE(item);
-    EXPECT_EQ(item->account, "key");
-    EXPECT_EQ(this->log, QStringList{"content"});
+TEST_P(FXKeychainStore, NewKeychainItemForKeyFindsTheItemAndLogsItsContent) {
+    ASSERT_TRUE(keychain.setObject(QStringLiteral("content"), "key"));
+    log.clear();
+    const std::unique_ptr<KeychainItem> found = keychain.newKeychainItemForKey("key");
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->account, "key");
+    EXPECT_EQ(log, QStringList{"content"});
 
-    this->log.clear();
-    EXPECT_FALSE(this->keychain.newKeychainItemForKey("missing"));
-    EXPECT_EQ(this->log, QStringList{"(null)"});
+    log.clear();
+    EXPECT_FALSE(keychain.newKeychainItemForKey("missing"));
+    EXPECT_EQ(log, QStringList{"(null)"});
 
     // Names are passed with their character count as length: a non-ASCII account is cut short
     // and so not found, as the older lookup always behaved.
-    ASSERT_TRUE(this->keychain.setObject(QStringLiteral("x"), QStringLiteral("café")));
-    EXPECT_FALSE(this->keychain.newKeychainItemForKey(QStringLiteral("café")));
+    ASSERT_TRUE(keychain.setObject(QStringLiteral("x"), QStringLiteral("café")));
+    EXPECT_FALSE(keychain.newKeychainItemForKey(QStringLiteral("café")));
 }
 
 // Memory only from here on.
@@ -235,9 +203,17 @@ protected:
     FXKeychain keychain{QStringLiteral("svc"), std::nullopt, 0, services};
     QStringList log;
     SystemLogCapture capture{[this](const QString& line) { log << line; }};
+
+    KeychainStatus findAny(const QString& itemClass) {
+        std::unique_ptr<KeychainItem> found;
+        return services->copyMatchingItem({itemClass, std::nullopt, std::nullopt}, &found);
+    }
 };
 
 TEST_F(FXKeychainFailures, KeychainFailuresAreReportedAndLogged) {
+    // Removing what does not exist never gets as far as a deletion.
+    EXPECT_TRUE(keychain.removeObjectForKey("key"));
+    EXPECT_EQ(backend->removals, 0);
     ASSERT_TRUE(keychain.setObject(QStringLiteral("value"), "key"));
     log.clear();
 
@@ -267,18 +243,14 @@ TEST_F(FXKeychainFailures, KeychainFailuresAreReportedAndLogged) {
 }
 
 TEST_F(FXKeychainFailures, DeleteAllKeysForSecClassReachesEveryServiceOfThatClass) {
-    ASSERT_EQ(
-        services->itemAdd({KeychainClass::genericPassword, QStringLiteral("a"), QStringLiteral("1")}, {}), 0);
-    ASSERT_EQ(
-        services->itemAdd({KeychainClass::genericPassword, QStringLiteral("b"), QStringLiteral("2")}, {}), 0);
-    ASSERT_EQ(services->itemAdd({KeychainClass::key, QStringLiteral("a"), QStringLiteral("3")}, {}), 0);
+    for (const KeychainQuery& q : {KeychainQuery{KeychainClass::genericPassword, "a", "1"},
+                                   KeychainQuery{KeychainClass::genericPassword, "b", "2"},
+                                   KeychainQuery{KeychainClass::key, "a", "3"}})
+        ASSERT_EQ(services->itemAdd(q, {}), Code::success);
 
     EXPECT_TRUE(keychain.deleteAllKeysForSecClass(KeychainClass::genericPassword));
-    std::unique_ptr<KeychainItem> item;
-    EXPECT_EQ(services->copyMatchingItem({KeychainClass::genericPassword, std::nullopt, std::nullopt}, &item),
-              Code::itemNotFound);
-    EXPECT_EQ(services->copyMatchingItem({KeychainClass::key, std::nullopt, std::nullopt}, &item),
-              Code::success);
+    EXPECT_EQ(findAny(KeychainClass::genericPassword), Code::itemNotFound);
+    EXPECT_EQ(findAny(KeychainClass::key), Code::success);
     // Nothing left to delete is still success.
     EXPECT_TRUE(keychain.deleteAllKeysForSecClass(KeychainClass::genericPassword));
     EXPECT_TRUE(log.isEmpty());
@@ -291,14 +263,15 @@ TEST_F(FXKeychainFailures, DeleteAllKeysForSecClassReachesEveryServiceOfThatClas
 }
 
 TEST_F(FXKeychainFailures, ResetKeychainClearsEveryClassAndOnlyReportsIntoAnOutParameter) {
-    for (const QString& cls : {KeychainClass::genericPassword, KeychainClass::internetPassword,
-                               KeychainClass::certificate, KeychainClass::key, KeychainClass::identity})
-        ASSERT_EQ(services->itemAdd({cls, QStringLiteral("s"), QStringLiteral("a")}, {}), Code::success);
+    const QStringList classes{KeychainClass::genericPassword, KeychainClass::internetPassword,
+                              KeychainClass::certificate, KeychainClass::key, KeychainClass::identity};
+    for (const QString& itemClass : classes)
+        ASSERT_EQ(services->itemAdd({itemClass, "s", "a"}, {}), Code::success);
     Error error;
     EXPECT_TRUE(keychain.resetKeychain(&error));
     EXPECT_EQ(backend->removals, 5);
-    for (const QString& cls : {KeychainClass::genericPassword, KeychainClass::identity})
-        EXPECT_EQ(services->itemDelete(KeychainQuery{cls, std::nullopt, std::nullopt}), Code::itemNotFound);
+    for (const QString& itemClass : classes)
+        EXPECT_EQ(findAny(itemClass), Code::itemNotFound) << itemClass.toStdString();
 
     backend->removeStatus = Code::authFailed;
     backend->removals = 0;
@@ -308,9 +281,9 @@ TEST_F(FXKeychainFailures, ResetKeychainClearsEveryClassAndOnlyReportsIntoAnOutP
     EXPECT_EQ(error, Error(FXKeychainErrorDomain, Code::authFailed));
 }
 
-TEST(FXKeychain, TheDefaultKeychainIsOneStoreForTheBundle) {
-    auto memory = std::make_shared<KeychainServices>(makeMemoryKeychainBackend());
-    KeychainServices::setShared(memory);
+TEST(FXKeychain, TheDefaultKeychainIsOneStoreForTheBundleOverTheSharedKeychain) {
+    KeychainFixture memory(makeMemoryKeychainBackend());
+    KeychainServices::setShared(memory.services);
     FXKeychain& keychain = FXKeychain::defaultKeychain();
     EXPECT_EQ(&keychain, &FXKeychain::defaultKeychain());
     EXPECT_EQ(keychain.service(), Identity::bundleIdentifier());
@@ -318,27 +291,22 @@ TEST(FXKeychain, TheDefaultKeychainIsOneStoreForTheBundle) {
     EXPECT_EQ(keychain.accessibility(), 0u);
 
     ASSERT_TRUE(keychain.setObject(QStringLiteral("pass"), "iCloudDecryptionPassword"));
-    QByteArray data;
-    EXPECT_EQ(memory->copyMatchingData({KeychainClass::genericPassword, Identity::bundleIdentifier(),
-                                        QStringLiteral("iCloudDecryptionPassword")},
-                                       &data),
-              Code::success);
-    EXPECT_EQ(data, "pass");
+    EXPECT_EQ(memory.read(
+                  {KeychainClass::genericPassword, Identity::bundleIdentifier(), "iCloudDecryptionPassword"}),
+              "pass");
+    // Letting go of the replacement brings back a keychain of the platform's own.
     KeychainServices::setShared(nullptr);
+    EXPECT_NE(KeychainServices::shared(), memory.services);
 }
 
 TEST(FXKeychain, AStoreWithoutServiceMatchesAnyService) {
-    auto services = std::make_shared<KeychainServices>(makeMemoryKeychainBackend());
-    ASSERT_EQ(
-        services->itemAdd({KeychainClass::genericPassword, QStringLiteral("elsewhere"), QStringLiteral("k")},
-                          {"found", std::nullopt, std::nullopt}),
-        Code::success);
-    FXKeychain unscoped(std::nullopt, std::nullopt, 0, services);
-    EXPECT_EQ(unscoped.objectForKey("k"), "found");
-    FXKeychain empty(QString(), std::nullopt, 0, services);
-    EXPECT_EQ(empty.objectForKey("k"), "found");
-    FXKeychain scoped(QStringLiteral("mine"), std::nullopt, 0, services);
-    EXPECT_FALSE(scoped.objectForKey("k").isValid());
+    KeychainFixture memory(makeMemoryKeychainBackend());
+    ASSERT_EQ(memory.add({KeychainClass::genericPassword, "elsewhere", "k"}, "found"), Code::success);
+    for (const auto& [service, expected] : std::vector<std::pair<std::optional<QString>, QVariant>>{
+             {std::nullopt, "found"}, {QString(), "found"}, {QStringLiteral("mine"), QVariant()}}) {
+        FXKeychain store(service, std::nullopt, 0, memory.services);
+        EXPECT_EQ(store.objectForKey("k"), expected) << service.value_or("(none)").toStdString();
+    }
 }
 
 } // namespace

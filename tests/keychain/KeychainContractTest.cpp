@@ -1,219 +1,128 @@
 // The keychain contract: the same behaviour from the in-memory backend and from the Secret
 // Service (the throw-away keyring that scripts/with-session starts).
-#include "marlockCompanionCommon/platform/KeychainServices.h"
-
-#include <QUuid>
-
-#include <gtest/gtest.h>
+#include "KeychainTestSupport.h"
 
 using namespace platform;
+using namespace keychaintest;
 namespace Code = platform::KeychainStatusCode;
 
 namespace {
 
-struct MemoryBackend {
-    static std::unique_ptr<KeychainBackend> make() { return makeMemoryKeychainBackend(); }
-};
-struct SecretServiceBackend {
-    static std::unique_ptr<KeychainBackend> make() { return makeSecretServiceKeychainBackend(); }
-};
-
-template <typename Backend> class KeychainContract : public ::testing::Test {
+class KeychainContract : public ::testing::TestWithParam<Backend>, public KeychainFixture {
 protected:
-    KeychainServices keychain{Backend::make()};
-    // A service of its own per test, so that runs never see each other's items.
-    const QString service =
-        QStringLiteral("marlock-test-") + QUuid::createUuid().toString(QUuid::WithoutBraces);
-    const QString other = service + QStringLiteral("-other");
-
-    KeychainQuery generic(const QString& account) const {
-        return {KeychainClass::genericPassword, service, account};
-    }
-
-    void TearDown() override {
-        for (const QString& s : {service, other})
-            for (const QString& c : {KeychainClass::genericPassword, KeychainClass::internetPassword})
-                (void)keychain.itemDelete(KeychainQuery{c, s, std::nullopt});
-    }
+    KeychainContract()
+        : KeychainFixture(GetParam().make()) {}
 };
+INSTANTIATE_TEST_SUITE_P(, KeychainContract, backends, backendName);
 
-using Backends = ::testing::Types<MemoryBackend, SecretServiceBackend>;
-TYPED_TEST_SUITE(KeychainContract, Backends);
+TEST_P(KeychainContract, StoredBytesComeBackExactlyWithAReference) {
+    for (const QByteArray& bytes :
+         {QByteArray("\x00\xff\xfe binary\n\x01", 13), QByteArray(64 * 1024, 'x')}) {
+        ASSERT_EQ(add(query(QString::number(bytes.size())), bytes), Code::success);
+        EXPECT_EQ(read(query(QString::number(bytes.size()))), bytes);
+    }
+    EXPECT_EQ(item(query("13")), (KeychainItem{KeychainClass::genericPassword, service, "13",
+                                               KeychainAccessible::whenUnlocked, std::nullopt}));
 
-TYPED_TEST(KeychainContract, StoredBytesComeBackExactlyWithAReference) {
-    const QByteArray secret("\x00\xff\xfe binary\n\x01", 13);
-    ASSERT_EQ(this->keychain.itemAdd(this->generic("alice"), {secret, std::nullopt, std::nullopt}),
-              Code::success);
-
-    QByteArray data;
-    ASSERT_EQ(this->keychain.copyMatchingData(this->generic("alice"), &data), Code::success);
-    EXPECT_EQ(data, secret);
-
-    std::unique_ptr<KeychainItem> item;
-    ASSERT_EQ(this->keychain.copyMatchingItem(this->generic("alice"), &item), Code::success);
-    ASSERT_TRUE(item);
-    EXPECT_EQ(item->itemClass, KeychainClass::genericPassword);
-    EXPECT_EQ(item->service, this->service);
-    EXPECT_EQ(item->account, "alice");
-    EXPECT_EQ(item->accessible, KeychainAccessible::whenUnlocked);
-    EXPECT_FALSE(item->access);
-
-    const QByteArray big(64 * 1024, 'x');
-    ASSERT_EQ(this->keychain.itemAdd(this->generic("big"), {big, std::nullopt, std::nullopt}), Code::success);
-    ASSERT_EQ(this->keychain.copyMatchingData(this->generic("big"), &data), Code::success);
-    EXPECT_EQ(data, big);
-
-    ASSERT_EQ(this->keychain.itemAdd(this->generic("empty"), {}), Code::success);
-    ASSERT_EQ(this->keychain.copyMatchingData(this->generic("empty"), &data), Code::success);
-    EXPECT_TRUE(data.isEmpty());
+    ASSERT_EQ(services->itemAdd(query("empty"), {}), Code::success);
+    EXPECT_EQ(read(query("empty")), QByteArray());
 }
 
-TYPED_TEST(KeychainContract, AnItemIsUniqueByClassServiceAndAccount) {
-    ASSERT_EQ(this->keychain.itemAdd(this->generic("alice"), {"one", std::nullopt, std::nullopt}),
-              Code::success);
-    EXPECT_EQ(this->keychain.itemAdd(this->generic("alice"), {"two", std::nullopt, std::nullopt}),
-              Code::duplicateItem);
-    EXPECT_EQ(this->keychain.itemAdd(this->generic("bob"), {"two", std::nullopt, std::nullopt}),
-              Code::success);
-    EXPECT_EQ(this->keychain.itemAdd({KeychainClass::genericPassword, this->other, QStringLiteral("alice")},
-                                     {"three", std::nullopt, std::nullopt}),
-              Code::success);
-    EXPECT_EQ(
-        this->keychain.itemAdd({KeychainClass::internetPassword, this->service, QStringLiteral("alice")},
-                               {"four", std::nullopt, std::nullopt}),
-        Code::success);
-
-    QByteArray data;
-    ASSERT_EQ(this->keychain.copyMatchingData(this->generic("alice"), &data), Code::success);
-    EXPECT_EQ(data, "one");
+TEST_P(KeychainContract, AnItemIsUniqueByClassServiceAndAccount) {
+    ASSERT_EQ(add(query("alice"), "one"), Code::success);
+    EXPECT_EQ(add(query("alice"), "two"), Code::duplicateItem);
+    EXPECT_EQ(add(query("bob"), "two"), Code::success);
+    EXPECT_EQ(add({KeychainClass::genericPassword, other, QStringLiteral("alice")}, "three"), Code::success);
+    EXPECT_EQ(add(query("alice", KeychainClass::internetPassword), "four"), Code::success);
+    EXPECT_EQ(read(query("alice")), "one");
 }
 
-TYPED_TEST(KeychainContract, MissingItemsAreNotFoundEverywhere) {
+TEST_P(KeychainContract, MissingItemsAreNotFoundEverywhere) {
     QByteArray data("untouched");
-    std::unique_ptr<KeychainItem> item;
-    EXPECT_EQ(this->keychain.copyMatchingData(this->generic("nobody"), &data), Code::itemNotFound);
+    std::unique_ptr<KeychainItem> ref;
+    EXPECT_EQ(services->copyMatchingData(query("nobody"), &data), Code::itemNotFound);
     EXPECT_EQ(data, "untouched");
-    EXPECT_EQ(this->keychain.copyMatchingItem(this->generic("nobody"), &item), Code::itemNotFound);
-    EXPECT_FALSE(item);
-    EXPECT_EQ(this->keychain.itemUpdate(this->generic("nobody"), {"x", std::nullopt, std::nullopt}),
-              Code::itemNotFound);
-    EXPECT_EQ(this->keychain.itemDelete(this->generic("nobody")), Code::itemNotFound);
-    EXPECT_EQ(this->keychain.findGenericPassword(this->service.toUtf8(), "nobody", &data, &item),
-              Code::itemNotFound);
-    EXPECT_EQ(this->keychain.copyMatchingData({QString(), this->service, QStringLiteral("x")}, &data),
-              Code::param);
+    EXPECT_EQ(services->copyMatchingItem(query("nobody"), &ref), Code::itemNotFound);
+    EXPECT_FALSE(ref);
+    EXPECT_EQ(services->itemUpdate(query("nobody"), secret("x")), Code::itemNotFound);
+    EXPECT_EQ(services->itemDelete(query("nobody")), Code::itemNotFound);
+    EXPECT_EQ(services->findGenericPassword(service.toUtf8(), "nobody", &data, &ref), Code::itemNotFound);
+    EXPECT_EQ(services->copyMatchingData({QString(), service, QStringLiteral("x")}, &data), Code::param);
 }
 
-TYPED_TEST(KeychainContract, UpdateChangesOnlyTheMatchingItem) {
-    ASSERT_EQ(this->keychain.itemAdd(this->generic("alice"), {"old", std::nullopt, std::nullopt}),
-              Code::success);
-    ASSERT_EQ(this->keychain.itemAdd(this->generic("bob"), {"bob's", std::nullopt, std::nullopt}),
-              Code::success);
+TEST_P(KeychainContract, UpdateChangesOnlyTheMatchingItem) {
+    ASSERT_EQ(add(query("alice"), "old"), Code::success);
+    ASSERT_EQ(add(query("bob"), "bob's"), Code::success);
 
-    ASSERT_EQ(
-        this->keychain.itemUpdate(this->generic("alice"), {"new", KeychainAccessible::afterFirstUnlock, {}}),
-        Code::success);
-
-    QByteArray data;
-    ASSERT_EQ(this->keychain.copyMatchingData(this->generic("alice"), &data), Code::success);
-    EXPECT_EQ(data, "new");
-    std::unique_ptr<KeychainItem> item;
-    ASSERT_EQ(this->keychain.copyMatchingItem(this->generic("alice"), &item), Code::success);
-    EXPECT_EQ(item->accessible, KeychainAccessible::afterFirstUnlock);
-    ASSERT_EQ(this->keychain.copyMatchingData(this->generic("bob"), &data), Code::success);
-    EXPECT_EQ(data, "bob's");
+    ASSERT_EQ(services->itemUpdate(query("alice"), {"new", KeychainAccessible::afterFirstUnlock, {}}),
+              Code::success);
+    EXPECT_EQ(read(query("alice")), "new");
+    EXPECT_EQ(item(query("alice")).value().accessible, KeychainAccessible::afterFirstUnlock);
+    EXPECT_EQ(read(query("bob")), "bob's");
 
     // Changing only the accessibility keeps the secret.
-    ASSERT_EQ(
-        this->keychain.itemUpdate(this->generic("alice"), {std::nullopt, KeychainAccessible::always, {}}),
-        Code::success);
-    ASSERT_EQ(this->keychain.copyMatchingData(this->generic("alice"), &data), Code::success);
-    EXPECT_EQ(data, "new");
+    ASSERT_EQ(services->itemUpdate(query("alice"), {std::nullopt, KeychainAccessible::always, {}}),
+              Code::success);
+    EXPECT_EQ(read(query("alice")), "new");
 }
 
-TYPED_TEST(KeychainContract, TheAccessObjectIsRecordedOnTheItem) {
+TEST_P(KeychainContract, TheAccessObjectIsRecordedOnTheItem) {
     KeychainAccess access;
     ASSERT_EQ(
         KeychainServices::accessCreate("Marlock Companion", {"/usr/bin/marlock", "/usr/lib/widget"}, &access),
         Code::success);
-    ASSERT_EQ(this->keychain.itemAdd(this->generic("alice"), {"secret", std::nullopt, access}),
-              Code::success);
-
-    std::unique_ptr<KeychainItem> item;
-    ASSERT_EQ(this->keychain.copyMatchingItem(this->generic("alice"), &item), Code::success);
-    ASSERT_TRUE(item->access);
-    EXPECT_EQ(*item->access, access);
+    ASSERT_EQ(services->itemAdd(query("alice"), {"secret", std::nullopt, access}), Code::success);
+    EXPECT_EQ(item(query("alice")).value().access, access);
 
     const KeychainAccess changed{QStringLiteral("Other"), {QStringLiteral("/opt/x")}};
-    ASSERT_EQ(this->keychain.itemUpdate(this->generic("alice"), {std::nullopt, std::nullopt, changed}),
-              Code::success);
-    ASSERT_EQ(this->keychain.copyMatchingItem(this->generic("alice"), &item), Code::success);
-    EXPECT_EQ(item->access, changed);
-    QByteArray data;
-    ASSERT_EQ(this->keychain.copyMatchingData(this->generic("alice"), &data), Code::success);
-    EXPECT_EQ(data, "secret");
+    ASSERT_EQ(services->itemUpdate(query("alice"), {std::nullopt, std::nullopt, changed}), Code::success);
+    EXPECT_EQ(item(query("alice")).value().access, changed);
+    EXPECT_EQ(read(query("alice")), "secret");
 }
 
-TYPED_TEST(KeychainContract, QueriesWithoutServiceOrAccountMatchEvery) {
-    ASSERT_EQ(this->keychain.itemAdd(this->generic("alice"), {"a", std::nullopt, std::nullopt}),
-              Code::success);
-    ASSERT_EQ(this->keychain.itemAdd(this->generic("bob"), {"b", std::nullopt, std::nullopt}), Code::success);
-    ASSERT_EQ(this->keychain.itemAdd({KeychainClass::genericPassword, this->other, QStringLiteral("carol")},
-                                     {"c", std::nullopt, std::nullopt}),
-              Code::success);
+TEST_P(KeychainContract, QueriesWithoutServiceOrAccountMatchEvery) {
+    ASSERT_EQ(add(query("alice"), "a"), Code::success);
+    ASSERT_EQ(add(query("bob"), "b"), Code::success);
+    const KeychainQuery carol{KeychainClass::genericPassword, other, QStringLiteral("carol")};
+    ASSERT_EQ(add(carol, "c"), Code::success);
 
-    QByteArray data;
-    ASSERT_EQ(
-        this->keychain.copyMatchingData({KeychainClass::genericPassword, this->service, std::nullopt}, &data),
-        Code::success);
-    EXPECT_TRUE(data == "a" || data == "b") << data.constData();
+    const KeychainQuery wholeService{KeychainClass::genericPassword, service, std::nullopt};
+    const QByteArray any = read(wholeService).value_or("none");
+    EXPECT_TRUE(any == "a" || any == "b") << any.constData();
 
     // Deleting by service removes both of its accounts and nothing of the other service.
-    ASSERT_EQ(this->keychain.itemDelete({KeychainClass::genericPassword, this->service, std::nullopt}),
-              Code::success);
-    EXPECT_EQ(this->keychain.copyMatchingData(this->generic("alice"), &data), Code::itemNotFound);
-    EXPECT_EQ(this->keychain.copyMatchingData(this->generic("bob"), &data), Code::itemNotFound);
-    EXPECT_EQ(this->keychain.copyMatchingData(
-                  {KeychainClass::genericPassword, this->other, QStringLiteral("carol")}, &data),
-              Code::success);
+    ASSERT_EQ(services->itemDelete(wholeService), Code::success);
+    EXPECT_EQ(read(query("alice")), std::nullopt);
+    EXPECT_EQ(read(query("bob")), std::nullopt);
+    EXPECT_EQ(read(carol), "c");
 }
 
-TYPED_TEST(KeychainContract, AClassWideDeleteRemovesEveryItemOfThatClassOnly) {
+TEST_P(KeychainContract, AClassWideDeleteRemovesEveryItemOfThatClassOnly) {
     // Internet passwords: a class no other test of this run stores.
-    ASSERT_EQ(
-        this->keychain.itemAdd({KeychainClass::internetPassword, this->service, QStringLiteral("a")}, {}),
-        Code::success);
-    ASSERT_EQ(this->keychain.itemAdd({KeychainClass::internetPassword, this->other, QStringLiteral("b")}, {}),
+    ASSERT_EQ(services->itemAdd(query("a", KeychainClass::internetPassword), {}), Code::success);
+    ASSERT_EQ(services->itemAdd({KeychainClass::internetPassword, other, QStringLiteral("b")}, {}),
               Code::success);
-    ASSERT_EQ(this->keychain.itemAdd(this->generic("kept"), {"kept", std::nullopt, std::nullopt}),
-              Code::success);
+    ASSERT_EQ(add(query("kept"), "kept"), Code::success);
 
-    ASSERT_EQ(
-        this->keychain.itemDelete(KeychainQuery{KeychainClass::internetPassword, std::nullopt, std::nullopt}),
-        Code::success);
-    EXPECT_EQ(
-        this->keychain.itemDelete(KeychainQuery{KeychainClass::internetPassword, std::nullopt, std::nullopt}),
-        Code::itemNotFound);
-    QByteArray data;
-    EXPECT_EQ(this->keychain.copyMatchingData(this->generic("kept"), &data), Code::success);
+    const KeychainQuery everyInternetPassword{KeychainClass::internetPassword, std::nullopt, std::nullopt};
+    ASSERT_EQ(services->itemDelete(everyInternetPassword), Code::success);
+    EXPECT_EQ(services->itemDelete(everyInternetPassword), Code::itemNotFound);
+    EXPECT_EQ(read(query("kept")), "kept");
 }
 
-TYPED_TEST(KeychainContract, FindGenericPasswordGivesContentAndAReferenceThatDeletes) {
-    ASSERT_EQ(this->keychain.itemAdd(this->generic("alice"), {"pass", std::nullopt, std::nullopt}),
-              Code::success);
+TEST_P(KeychainContract, FindGenericPasswordGivesContentAndAReferenceThatDeletes) {
+    ASSERT_EQ(add(query("alice"), "pass"), Code::success);
 
     QByteArray content;
-    std::unique_ptr<KeychainItem> item;
-    ASSERT_EQ(this->keychain.findGenericPassword(this->service.toUtf8(), "alice", &content, &item),
-              Code::success);
+    std::unique_ptr<KeychainItem> ref;
+    ASSERT_EQ(services->findGenericPassword(service.toUtf8(), "alice", &content, &ref), Code::success);
     EXPECT_EQ(content, "pass");
-    ASSERT_TRUE(item);
-    EXPECT_EQ(item->account, "alice");
+    ASSERT_TRUE(ref);
+    EXPECT_EQ(ref->account, "alice");
 
-    EXPECT_EQ(this->keychain.itemDelete(*item), Code::success);
-    EXPECT_EQ(this->keychain.itemDelete(*item), Code::itemNotFound);
-    EXPECT_EQ(this->keychain.findGenericPassword(this->service.toUtf8(), "alice", nullptr, nullptr),
-              Code::itemNotFound);
+    EXPECT_EQ(services->itemDelete(*ref), Code::success);
+    EXPECT_EQ(services->itemDelete(*ref), Code::itemNotFound);
+    EXPECT_EQ(services->findGenericPassword(service.toUtf8(), "alice", nullptr, nullptr), Code::itemNotFound);
 }
 
 } // namespace

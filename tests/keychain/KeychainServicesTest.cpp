@@ -10,7 +10,7 @@
 using namespace platform;
 namespace Code = platform::KeychainStatusCode;
 
-TEST(KeychainServices, TrustedApplicationsAreAbsolutePaths) {
+TEST(KeychainServices, AccessObjectsNeedALabelAndTrustAbsolutePaths) {
     QString self;
     ASSERT_EQ(KeychainServices::trustedApplicationCreateFromPath(std::nullopt, &self), Code::success);
     EXPECT_EQ(self, QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath());
@@ -25,9 +25,7 @@ TEST(KeychainServices, TrustedApplicationsAreAbsolutePaths) {
     EXPECT_EQ(KeychainServices::trustedApplicationCreateFromPath(QStringLiteral("relative/app"), &other),
               Code::param);
     EXPECT_EQ(KeychainServices::trustedApplicationCreateFromPath(QString(), &other), Code::param);
-}
 
-TEST(KeychainServices, AnAccessObjectNeedsALabel) {
     KeychainAccess access;
     ASSERT_EQ(KeychainServices::accessCreate("Label", {"/a", "/b"}, &access), Code::success);
     EXPECT_EQ(access.label, "Label");
@@ -45,12 +43,4 @@ TEST(KeychainServices, EveryStatusHasItsOwnMessage) {
     EXPECT_EQ(messages.size(), known.size());
     EXPECT_EQ(keychainErrorMessage(Code::itemNotFound), "The item could not be found in the keychain.");
     EXPECT_EQ(keychainErrorMessage(-1), "Unknown keychain status -1.");
-}
-
-TEST(KeychainServices, TheSharedKeychainCanBeReplaced) {
-    auto memory = std::make_shared<KeychainServices>(makeMemoryKeychainBackend());
-    KeychainServices::setShared(memory);
-    EXPECT_EQ(KeychainServices::shared(), memory);
-    KeychainServices::setShared(nullptr);
-    EXPECT_NE(KeychainServices::shared(), memory);
 }

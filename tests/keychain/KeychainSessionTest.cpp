@@ -1,8 +1,6 @@
 // The Secret Service backend's failure statuses, each seen from a process of its own: without a
 // session bus, and with the default collection locked (in a private session, so that locking
 // never disturbs the other tests of the run).
-#include <libsecret/secret.h>
-
 #include "marlockCompanionCommon/platform/KeychainServices.h"
 
 #include <QCoreApplication>
@@ -25,23 +23,13 @@ KeychainQuery itemQuery(const char* account) {
 
 // Locks the default collection the way a screen locker or the user would.
 bool lockDefaultCollection() {
-    GError* error = nullptr;
-    SecretService* service = secret_service_get_sync(SECRET_SERVICE_NONE, nullptr, &error);
-    if (!service)
-        return false;
-    SecretCollection* collection = secret_collection_for_alias_sync(service, SECRET_COLLECTION_DEFAULT,
-                                                                    SECRET_COLLECTION_NONE, nullptr, &error);
-    bool locked = false;
-    if (collection) {
-        GList* objects = g_list_append(nullptr, collection);
-        locked = secret_service_lock_sync(service, objects, nullptr, nullptr, &error) == 1;
-        g_list_free(objects);
-        g_object_unref(collection);
-    }
-    if (error)
-        g_error_free(error);
-    g_object_unref(service);
-    return locked;
+    QProcess gdbus;
+    gdbus.start(QStringLiteral("gdbus"),
+                {"call", "--session", "--dest", "org.freedesktop.secrets", "--object-path",
+                 "/org/freedesktop/secrets", "--method", "org.freedesktop.Secret.Service.Lock",
+                 "[objectpath '/org/freedesktop/secrets/aliases/default']"});
+    return gdbus.waitForFinished() && gdbus.exitCode() == 0 &&
+           gdbus.readAllStandardOutput().contains("aliases/default");
 }
 
 } // namespace

@@ -10,7 +10,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -22,19 +21,14 @@ namespace {
 
 const QString script = QStringLiteral(MARLOCK_SOURCE_DIR "/tests/keychain/interop/keyed_archive.py");
 
-// Runs the script; its standard output, or a failure naming what went wrong.
+// Runs the script; its standard output, or on failure everything it said and why it failed.
 QString runPython(const QString& command, const QString& file, bool* ok) {
-    const QString python = QStandardPaths::findExecutable(QStringLiteral("python3"));
-    *ok = false;
-    if (python.isEmpty())
-        return QStringLiteral("python3 is not installed");
     QProcess process;
-    process.start(python, {script, command, file});
-    if (!process.waitForFinished(60000))
-        return QStringLiteral("python3 did not finish");
+    process.start(QStringLiteral("python3"), {script, command, file});
+    *ok = process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit &&
+          process.exitCode() == 0;
     const QString out = QString::fromUtf8(process.readAllStandardOutput());
-    *ok = process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
-    return *ok ? out : out + QString::fromUtf8(process.readAllStandardError());
+    return *ok ? out : out + QString::fromUtf8(process.readAllStandardError()) + process.errorString();
 }
 
 } // namespace
@@ -52,8 +46,7 @@ TEST(KeyedArchiveInterop, PlistlibReadsTheArchivesWritten) {
     QTemporaryDir dir;
     const QString file = dir.filePath("archive");
     QFile out(file);
-    ASSERT_TRUE(out.open(QIODevice::WriteOnly));
-    out.write(KeyedArchiver::archivedData(root, true));
+    ASSERT_TRUE(out.open(QIODevice::WriteOnly) && out.write(KeyedArchiver::archivedData(root, true)) > 0);
     out.close();
 
     bool ok = false;
@@ -61,7 +54,6 @@ TEST(KeyedArchiveInterop, PlistlibReadsTheArchivesWritten) {
     ASSERT_TRUE(ok) << json.toStdString();
     const QJsonObject described = QJsonDocument::fromJson(json.toUtf8()).object().value("root").toObject();
 
-    EXPECT_EQ(described.value("$class").toString(), "NSDictionary");
     const QJsonObject expected = QJsonDocument::fromJson(R"({
         "$class": "NSDictionary",
         "NS.keys": ["data", "date", "list", "token"],
@@ -91,11 +83,8 @@ TEST(KeyedArchiveInterop, ArchivesWrittenByPlistlibAreRead) {
                                                    in.readAll())
             .toList();
     ASSERT_EQ(root.size(), 7);
-    EXPECT_EQ(root[0], "plain");
-    EXPECT_EQ(root[1].toLongLong(), 42);
-    EXPECT_EQ(root[2].toDouble(), 2.5);
+    EXPECT_EQ(root.mid(0, 5), QVariantList({"plain", 42, 2.5, true, QByteArray("raw")}));
     EXPECT_EQ(root[3].metaType().id(), QMetaType::Bool);
-    EXPECT_EQ(root[4].toByteArray(), "raw");
 
     const QVariantMap map = root[5].toMap();
     EXPECT_EQ(map.value("when").toDateTime(), QDateTime::fromMSecsSinceEpoch(978'307'201'500, Qt::UTC));
@@ -104,16 +93,12 @@ TEST(KeyedArchiveInterop, ArchivesWrittenByPlistlibAreRead) {
     EXPECT_EQ(map.value("blob").toByteArray(), QByteArray("\x00\x01", 2));
     EXPECT_EQ(map.value("set").value<ArchivedSet>().objects, QVariantList{3});
 
-    const auto token = std::dynamic_pointer_cast<marlockCommon::OTPToken>(
-        root[6].value<std::shared_ptr<marlockCommon::SecureCoding>>());
+    const auto token = decoded<marlockCommon::OTPToken>(root[6]);
     ASSERT_TRUE(token);
-    EXPECT_EQ(token->type(), marlockCommon::OTPType::hotp);
-    EXPECT_EQ(token->issuer(), "Python");
-    EXPECT_EQ(token->account(), "py@example.org");
-    EXPECT_EQ(token->secret(), "12345678901234567890");
-    EXPECT_EQ(token->algorithm(), marlockCommon::OTPAlgorithm::sha512);
-    EXPECT_EQ(token->digits(), 8);
-    EXPECT_EQ(token->counter(), 7u);
+    EXPECT_EQ(
+        token->toTokenRecord(),
+        (marlockCommon::TokenRecord{marlockCommon::OTPType::hotp, "Python", "py@example.org",
+                                    "12345678901234567890", marlockCommon::OTPAlgorithm::sha512, 8, 30, 7}));
     // RFC 4226 test key, SHA-512 here: the decoded token computes codes.
     EXPECT_EQ(token->password().size(), 8);
 }
