@@ -63,13 +63,6 @@ TEST_P(PLXDarwinNotificationCenterTest, SelectorObserverRegisteredTwiceIsCalledT
     EXPECT_TRUE(recorder.allOnMainThread);
 }
 
-TEST_P(PLXDarwinNotificationCenterTest, PostWithoutObserversRegistersNothing) {
-    center.postNotificationName(uniqueName("nobody"));
-    spinEventLoop(50ms);
-    EXPECT_TRUE(center.registeredNotificationNames().isEmpty());
-    EXPECT_TRUE(service->observedNames(&center).isEmpty());
-}
-
 TEST_P(PLXDarwinNotificationCenterTest, RemovalWithdrawsExactlyTheNamesItCovers) {
     const QString a = uniqueName("a"), b = uniqueName("b");
     QStringList both{a, b};
@@ -86,6 +79,9 @@ TEST_P(PLXDarwinNotificationCenterTest, RemovalWithdrawsExactlyTheNamesItCovers)
         EXPECT_TRUE(service->observedNames(&center).isEmpty());
     };
 
+    center.postNotificationName(uniqueName("nobody")); // with no observers: goes out, registers nothing
+    spinEventLoop(50ms);
+    expectNothingRegistered();
     observeBoth();
     center.removeObserver(&recorder, a);
     EXPECT_EQ(center.registeredNotificationNames(), QStringList{b});
