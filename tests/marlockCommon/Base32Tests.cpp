@@ -8,15 +8,13 @@
 using namespace marlockCommon;
 
 TEST(Base32, EncodesAndDecodesTheRfc4648Vectors) {
-    const std::pair<QByteArray, QString> vectors[] = {
-        {"", ""},
-        {"f", "MY======"},
-        {"fo", "MZXQ===="},
-        {"foo", "MZXW6==="},
-        {"foob", "MZXW6YQ="},
-        {"fooba", "MZXW6YTB"},
-        {"foobar", "MZXW6YTBOI======"},
-    };
+    const std::pair<QByteArray, QString> vectors[] = {{"", ""},
+                                                      {"f", "MY======"},
+                                                      {"fo", "MZXQ===="},
+                                                      {"foo", "MZXW6==="},
+                                                      {"foob", "MZXW6YQ="},
+                                                      {"fooba", "MZXW6YTB"},
+                                                      {"foobar", "MZXW6YTBOI======"}};
     for (const auto& [bytes, text] : vectors) {
         SCOPED_TRACE(text.toStdString());
         QString unpadded = text;
@@ -38,22 +36,12 @@ TEST(Base32, AcceptsSecretsTheWayAppsWriteThem) {
 }
 
 TEST(Base32, RejectsWhatIsNotBase32AndSaysWhere) {
-    const char* invalid[] = {
-        "JBSWY3DPEHPK3PX1",
-        "MZXW0===",
-        "MZXW8===", // 1, 0, 8 and 9 are not in the alphabet
-        "MZXW6-YQ",
-        "MZXW\t6YQ", // only spaces are skipped
-        "MZXWÄYQ",
-        "MY==MZXQ", // padding in the middle
-        "M",
-        "MZX",
-        "MZXW6Y",           // 1, 3 and 6 symbols encode nothing
-        "MZXW6YTBO",        // 9 = 8 + 1
-        "MY=",              // padding that doesn't fill the group
-        "MZXW6YTB========", // a full group needs none
-        "====",
-    };
+    // Outside the alphabet (1, 0, 8, 9, -, a tab: only spaces are skipped, non-ASCII); padding in the
+    // middle; 1, 3, 6 and 8 + 1 symbols encode nothing; padding that doesn't fill the group; padding
+    // after a full group; padding alone.
+    const char* invalid[] = {"JBSWY3DPEHPK3PX1", "MZXW0===", "MZXW8===", "MZXW6-YQ", "MZXW\t6YQ", "MZXWÄYQ",
+                             "MY==MZXQ",         "M",        "MZX",      "MZXW6Y",   "MZXW6YTBO", "MY=",
+                             "MZXW6YTB========", "===="};
     for (const char* text : invalid) {
         SCOPED_TRACE(text);
         try {

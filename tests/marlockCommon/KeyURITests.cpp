@@ -109,16 +109,14 @@ TEST(KeyURI, WritesTheFormatAppsRead) {
 }
 
 TEST(KeyURI, RoundTripsEveryValidRecord) {
-    const QString awkward[] = {
-        QString(),
-        QStringLiteral("plain"),
-        QStringLiteral("with space"),
-        QStringLiteral(" leading and trailing "),
-        "colon:inside",
-        "%3A and %zz and %",
-        "?&=#/+",
-        QString::fromUtf8("Ünïcödé ✓ 😀"),
-    };
+    const QString awkward[] = {QString(),
+                               QStringLiteral("plain"),
+                               QStringLiteral("with space"),
+                               QStringLiteral(" leading and trailing "),
+                               "colon:inside",
+                               "%3A and %zz and %",
+                               "?&=#/+",
+                               QString::fromUtf8("Ünïcödé ✓ 😀")};
     for (const QString& issuer : awkward)
         for (const QString& account : awkward)
             for (auto type : {OTPType::totp, OTPType::hotp}) {

@@ -12,6 +12,7 @@ using testsupport::InMemoryEncoder;
 
 namespace {
 
+// The counter is above the signed range: it is archived as its bits.
 const TokenRecord sample{.type = OTPType::hotp,
                          .issuer = "Example",
                          .account = "alice@example.org",
@@ -19,7 +20,7 @@ const TokenRecord sample{.type = OTPType::hotp,
                          .algorithm = OTPAlgorithm::sha256,
                          .digits = 8,
                          .period = 60,
-                         .counter = 0x8000000000000001ull}; // above the signed range: archived as its bits
+                         .counter = 0x8000000000000001ull};
 
 // An object holding another, as a token list or a folder of tokens would.
 class Holder final : public SecureCoding {
@@ -58,8 +59,7 @@ TEST(OTPTokenCoding, RefusesEntriesWithMissingOrWrongFields) {
     const std::pair<const char*, testsupport::CodedValue> wrong[] = {
         {"secret", QStringLiteral("GEZDGNBV")}, {"digits", 6.0},
         {"issuer", QByteArray("Example")},      {"type", QStringLiteral("motp")},
-        {"algorithm", QStringLiteral("MD5")},   {"period", qint64(1) << 40},
-    };
+        {"algorithm", QStringLiteral("MD5")},   {"period", qint64(1) << 40}};
     for (const auto& [key, value] : wrong)
         EXPECT_FALSE(decodeAltered([&](CodedEntry& e) { e.values[key] = value; })) << key;
     // Values a code can't be computed from still decode; computing the code reports them.

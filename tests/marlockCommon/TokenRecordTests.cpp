@@ -8,6 +8,7 @@ using namespace marlockCommon;
 
 namespace {
 
+// The counter sits at the top of the unsigned range: it survives too.
 const TokenRecord sample{.type = OTPType::hotp,
                          .issuer = QString::fromUtf8("Bänk: Ünïcode & more"),
                          .account = "alice@example.org",
@@ -15,7 +16,7 @@ const TokenRecord sample{.type = OTPType::hotp,
                          .algorithm = OTPAlgorithm::sha512,
                          .digits = 7,
                          .period = 45,
-                         .counter = 0xFFFFFFFFFFFFFFFFull}; // the top of the unsigned range survives too
+                         .counter = 0xFFFFFFFFFFFFFFFFull};
 
 } // namespace
 
