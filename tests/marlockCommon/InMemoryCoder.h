@@ -65,17 +65,10 @@ public:
     std::shared_ptr<marlockCommon::SecureCoding> decodeObjectOfClasses(const QStringList& classNames,
                                                                        const QString& key) override {
         const auto nested = get<std::shared_ptr<CodedEntry>>(key);
-        if (!nested) {
-            failWithError(QStringLiteral("no object under ") + key);
-            return nullptr;
-        }
-        if (!classNames.contains((*nested)->className)) {
-            failWithError(QStringLiteral("class not allowed: ") + (*nested)->className);
-            return nullptr;
-        }
-        const auto decode = marlockCommon::secureCodingClass((*nested)->className);
-        if (!decode) {
-            failWithError(QStringLiteral("unknown class: ") + (*nested)->className);
+        const auto decode = nested ? marlockCommon::secureCodingClass((*nested)->className) : std::nullopt;
+        if (!nested || !classNames.contains((*nested)->className) || !decode) {
+            failWithError(!nested ? QStringLiteral("no object under ") + key
+                                  : QStringLiteral("class not allowed or unknown: ") + (*nested)->className);
             return nullptr;
         }
         InMemoryDecoder child(**nested);

@@ -12,18 +12,15 @@ using testsupport::InMemoryEncoder;
 
 namespace {
 
-TokenRecord sampleRecord() {
-    TokenRecord record;
-    record.type = OTPType::hotp;
-    record.issuer = QStringLiteral("Example");
-    record.account = QStringLiteral("alice@example.org");
-    record.secret = "12345678901234567890";
-    record.algorithm = OTPAlgorithm::sha256;
-    record.digits = 8;
-    record.period = 60;
-    record.counter = 0x8000000000000001ull; // above the signed range: archived as its bits
-    return record;
-}
+// The counter is above the signed range: it is archived as its bits.
+const TokenRecord sample{.type = OTPType::hotp,
+                         .issuer = "Example",
+                         .account = "alice@example.org",
+                         .secret = "12345678901234567890",
+                         .algorithm = OTPAlgorithm::sha256,
+                         .digits = 8,
+                         .period = 60,
+                         .counter = 0x8000000000000001ull};
 
 // An object holding another, as a token list or a folder of tokens would.
 class Holder final : public SecureCoding {
@@ -36,7 +33,7 @@ public:
 } // namespace
 
 TEST(OTPTokenCoding, ArchivesEveryFieldAndDecodesItBack) {
-    const auto entry = InMemoryEncoder::archive(*sampleRecord().toOTPToken());
+    const auto entry = InMemoryEncoder::archive(*sample.toOTPToken());
     EXPECT_EQ(entry->className, QStringLiteral("OTPToken"));
     EXPECT_EQ(entry->values.keys(), (QStringList{"account", "algorithm", "counter", "digits", "issuer",
                                                  "period", "secret", "type"}));
@@ -44,11 +41,11 @@ TEST(OTPTokenCoding, ArchivesEveryFieldAndDecodesItBack) {
     const auto decoded = OTPToken::decode(decoder);
     ASSERT_TRUE(decoded);
     EXPECT_FALSE(decoder.error());
-    EXPECT_EQ(decoded->toTokenRecord(), sampleRecord());
+    EXPECT_EQ(decoded->toTokenRecord(), sample);
 }
 
 TEST(OTPTokenCoding, RefusesEntriesWithMissingOrWrongFields) {
-    const auto good = InMemoryEncoder::archive(*sampleRecord().toOTPToken());
+    const auto good = InMemoryEncoder::archive(*sample.toOTPToken());
     auto decodeAltered = [&](const std::function<void(CodedEntry&)>& alter) {
         CodedEntry entry = *good;
         alter(entry);
@@ -59,50 +56,43 @@ TEST(OTPTokenCoding, RefusesEntriesWithMissingOrWrongFields) {
     };
     for (const QString& key : good->values.keys())
         EXPECT_FALSE(decodeAltered([&](CodedEntry& e) { e.values.remove(key); })) << key.toStdString();
-    EXPECT_FALSE(decodeAltered([](CodedEntry& e) { e.values["secret"] = QStringLiteral("GEZDGNBV"); }));
-    EXPECT_FALSE(decodeAltered([](CodedEntry& e) { e.values["digits"] = 6.0; }));
-    EXPECT_FALSE(decodeAltered([](CodedEntry& e) { e.values["issuer"] = QByteArray("Example"); }));
-    EXPECT_FALSE(decodeAltered([](CodedEntry& e) { e.values["type"] = QStringLiteral("motp"); }));
-    EXPECT_FALSE(decodeAltered([](CodedEntry& e) { e.values["algorithm"] = QStringLiteral("MD5"); }));
-    EXPECT_FALSE(decodeAltered([](CodedEntry& e) { e.values["period"] = qint64(1) << 40; }));
+    const std::pair<const char*, testsupport::CodedValue> wrong[] = {
+        {"secret", QStringLiteral("GEZDGNBV")}, {"digits", 6.0},
+        {"issuer", QByteArray("Example")},      {"type", QStringLiteral("motp")},
+        {"algorithm", QStringLiteral("MD5")},   {"period", qint64(1) << 40}};
+    for (const auto& [key, value] : wrong)
+        EXPECT_FALSE(decodeAltered([&](CodedEntry& e) { e.values[key] = value; })) << key;
     // Values a code can't be computed from still decode; computing the code reports them.
     const auto odd = decodeAltered([](CodedEntry& e) { e.values["digits"] = qint64(12); });
     ASSERT_TRUE(odd);
     EXPECT_THROW((void)odd->password(59), TokenError);
 }
 
-TEST(OTPTokenCoding, NestedTokensDecodeOnlyWhenTheirClassIsAllowed) {
+TEST(OTPTokenCoding, NestedObjectsDecodeOnlyWhenTheirClassIsAllowedAndRegistered) {
     Holder holder;
-    holder.token = sampleRecord().toOTPToken();
+    holder.token = sample.toOTPToken();
     const auto entry = InMemoryEncoder::archive(holder);
 
     InMemoryDecoder allowed(*entry);
-    const auto object = allowed.decodeObjectOfClasses({QStringLiteral("OTPToken")}, QStringLiteral("token"));
-    const auto token = std::dynamic_pointer_cast<OTPToken>(object);
+    const auto token =
+        std::dynamic_pointer_cast<OTPToken>(allowed.decodeObjectOfClasses({"OTPToken"}, "token"));
     ASSERT_TRUE(token);
-    EXPECT_EQ(token->toTokenRecord(), sampleRecord());
-
+    EXPECT_EQ(token->toTokenRecord(), sample);
     InMemoryDecoder refused(*entry);
-    EXPECT_FALSE(refused.decodeObjectOfClasses({QStringLiteral("NSArray")}, QStringLiteral("token")));
+    EXPECT_FALSE(refused.decodeObjectOfClasses({"NSArray"}, "token"));
     EXPECT_TRUE(refused.error());
-}
 
-TEST(OTPTokenCoding, TheClassRegistryKnowsOTPTokenAndTakesNewClasses) {
-    EXPECT_TRUE(secureCodingClass(QStringLiteral("OTPToken")));
-    EXPECT_FALSE(secureCodingClass(QStringLiteral("Holder")));
-    registerSecureCodingClass(QStringLiteral("Holder"), [](KeyedDecoder& coder) {
-        auto holder = std::make_shared<Holder>();
-        holder->token = std::dynamic_pointer_cast<OTPToken>(
-            coder.decodeObjectOfClasses({"OTPToken"}, QStringLiteral("token")));
-        return holder->token ? holder : nullptr;
+    EXPECT_TRUE(secureCodingClass("OTPToken"));
+    EXPECT_FALSE(secureCodingClass("Holder"));
+    registerSecureCodingClass("Holder", [](KeyedDecoder& coder) {
+        auto made = std::make_shared<Holder>();
+        made->token = std::dynamic_pointer_cast<OTPToken>(coder.decodeObjectOfClasses({"OTPToken"}, "token"));
+        return made->token ? made : nullptr;
     });
-    const auto decode = secureCodingClass(QStringLiteral("Holder"));
+    const auto decode = secureCodingClass("Holder");
     ASSERT_TRUE(decode);
-    Holder holder;
-    holder.token = sampleRecord().toOTPToken();
-    const auto entry = InMemoryEncoder::archive(holder);
     InMemoryDecoder decoder(*entry);
     const auto decoded = std::dynamic_pointer_cast<Holder>((*decode)(decoder));
     ASSERT_TRUE(decoded);
-    EXPECT_EQ(decoded->token->toTokenRecord(), sampleRecord());
+    EXPECT_EQ(decoded->token->toTokenRecord(), sample);
 }

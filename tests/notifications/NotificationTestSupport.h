@@ -1,12 +1,13 @@
 #pragma once
 
-#include "marlockCompanionCommon/notifications/DarwinNotifyCenter.h"
 #include "marlockCompanionCommon/notifications/LocalDarwinNotifyCenter.h"
+#include "marlockCompanionCommon/notifications/PLXDarwinNotificationCenter.h"
 
 #include <QUuid>
 
+#include <gtest/gtest.h>
+
 #include <memory>
-#include <string>
 
 namespace notificationtests {
 
@@ -14,24 +15,24 @@ namespace notificationtests {
 // session bus (scripts/with-session gives each test run a private one).
 enum class Service { InMemory, SessionBus };
 
-inline std::string serviceName(Service service) {
-    return service == Service::InMemory ? "InMemory" : "SessionBus";
+// A center on the service under test; the in-memory service lives as long as the test.
+class CenterOnServiceTest : public ::testing::TestWithParam<Service> {
+protected:
+    std::unique_ptr<LocalDarwinNotifyCenter> local =
+        GetParam() == Service::InMemory ? std::make_unique<LocalDarwinNotifyCenter>() : nullptr;
+    DarwinNotifyCenter* service = local ? local.get() : DarwinNotifyCenter::systemCenter();
+    PLXDarwinNotificationCenter center{service};
+};
+
+inline std::string serviceName(const ::testing::TestParamInfo<Service>& info) {
+    return info.param == Service::InMemory ? "InMemory" : "SessionBus";
 }
 
-// Owns the in-memory service; the session bus one lives for the process.
-class ServiceHolder {
-public:
-    explicit ServiceHolder(Service service) {
-        if (service == Service::InMemory)
-            local_ = std::make_unique<LocalDarwinNotifyCenter>();
-    }
-    DarwinNotifyCenter* get() const {
-        return local_ ? static_cast<DarwinNotifyCenter*>(local_.get()) : DarwinNotifyCenter::systemCenter();
-    }
-
-private:
-    std::unique_ptr<LocalDarwinNotifyCenter> local_;
-};
+#define INSTANTIATE_ON_BOTH_SERVICES(suite)                                                                  \
+    INSTANTIATE_TEST_SUITE_P(                                                                                \
+        Services, suite,                                                                                     \
+        ::testing::Values(notificationtests::Service::InMemory, notificationtests::Service::SessionBus),     \
+        notificationtests::serviceName)
 
 // A name no other test (or test run on the same bus) uses.
 inline QString uniqueName(const QString& stem) {

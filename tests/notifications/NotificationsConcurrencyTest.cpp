@@ -1,11 +1,8 @@
 // Many threads registering, removing and posting at once, on both services. Also run in the
 // sanitizer build (scripts/build --sanitize).
-#include "marlockCompanionCommon/notifications/PLXDarwinNotificationCenter.h"
 #include "tests/notifications/NotificationRecorder.h"
 #include "tests/notifications/NotificationTestSupport.h"
 #include "tests/support/TestSupport.h"
-
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <thread>
@@ -16,25 +13,19 @@ using namespace std::chrono_literals;
 
 namespace {
 
-class NotificationsConcurrencyTest : public ::testing::TestWithParam<Service> {
-protected:
-    ServiceHolder service{GetParam()};
-    PLXDarwinNotificationCenter center{service.get()};
-};
+using NotificationsConcurrencyTest = CenterOnServiceTest;
 
 TEST_P(NotificationsConcurrencyTest, ThreadsRegisteringRemovingAndPostingLoseNoRegistration) {
-    constexpr int threads = 6;
-    constexpr int rounds = 60;
+    constexpr int threads = 6, rounds = 60;
     QStringList churn;
     for (int i = 0; i < 4; ++i)
         churn << uniqueName(QStringLiteral("churn%1").arg(i));
     // Lives on the main thread for the whole test; workers only register and remove it.
     NotificationRecorder sharedRecorder;
-
     struct Kept {
         QString name;
         PLXNotificationCenter::ObserverToken token;
-        std::shared_ptr<std::atomic<int>> calls;
+        std::shared_ptr<std::atomic<int>> calls = std::make_shared<std::atomic<int>>(0);
     };
     std::vector<std::vector<Kept>> kept(threads);
     // Blocks still queued when the test ends must not touch its stack: they hold their counters.
@@ -46,8 +37,8 @@ TEST_P(NotificationsConcurrencyTest, ThreadsRegisteringRemovingAndPostingLoseNoR
         workers.emplace_back([&, t] {
             for (int i = 0; i < rounds; ++i) {
                 const QString& name = churn.at((t + i) % churn.size());
-                auto token = center.addObserverForName(
-                    name, nullptr, [churnCalls](const platform::Notification&) { ++*churnCalls; });
+                auto token =
+                    center.addObserverForName(name, nullptr, [churnCalls](const auto&) { ++*churnCalls; });
                 center.addObserver(&sharedRecorder, "first", name);
                 center.postNotificationName(name);
                 if (i % 2)
@@ -56,10 +47,9 @@ TEST_P(NotificationsConcurrencyTest, ThreadsRegisteringRemovingAndPostingLoseNoR
                     center.removeObserver(token.get(), name);
                 center.removeObserver(&sharedRecorder, name);
                 if (i % 10 == 0) {
-                    Kept k{uniqueName(QStringLiteral("kept%1.%2").arg(t).arg(i)), nullptr,
-                           std::make_shared<std::atomic<int>>(0)};
-                    k.token = center.addObserverForName(
-                        k.name, nullptr, [calls = k.calls](const platform::Notification&) { ++*calls; });
+                    Kept k{uniqueName(QStringLiteral("kept%1.%2").arg(t).arg(i)), nullptr};
+                    k.token =
+                        center.addObserverForName(k.name, nullptr, [c = k.calls](const auto&) { ++*c; });
                     kept[t].push_back(std::move(k));
                 }
             }
@@ -72,30 +62,26 @@ TEST_P(NotificationsConcurrencyTest, ThreadsRegisteringRemovingAndPostingLoseNoR
         worker.join();
     testsupport::spinEventLoop(200ms);
 
+    std::vector<Kept> all;
     QStringList keptNames;
     for (const auto& perThread : kept)
-        for (const Kept& k : perThread)
+        for (const Kept& k : perThread) {
+            all.push_back(k);
             keptNames << k.name;
+        }
     keptNames.sort();
     EXPECT_EQ(center.registeredNotificationNames(), keptNames)
         << "every churned name is gone, every kept one is there";
-    EXPECT_EQ(service.get()->observedNames(&center), keptNames);
+    EXPECT_EQ(service->observedNames(&center), keptNames);
     EXPECT_EQ(center.retainedObserverCount(), keptNames.size());
 
     for (const QString& name : keptNames)
         center.postNotificationName(name);
-    const bool allHeard = testsupport::waitUntil([&] {
-        for (const auto& perThread : kept)
-            for (const Kept& k : perThread)
-                if (*k.calls != 1)
-                    return false;
-        return true;
-    });
-    EXPECT_TRUE(allHeard) << "each kept registration hears its one post";
-
-    for (const auto& perThread : kept)
-        for (const Kept& k : perThread)
-            center.removeObserver(k.token.get());
+    EXPECT_TRUE(testsupport::waitUntil([&] {
+        return std::all_of(all.begin(), all.end(), [](const Kept& k) { return *k.calls == 1; });
+    })) << "each kept registration hears its one post";
+    for (const Kept& k : all)
+        center.removeObserver(k.token.get());
     EXPECT_TRUE(center.registeredNotificationNames().isEmpty());
 }
 
@@ -110,11 +96,6 @@ TEST(PLXDarwinNotificationCenterSingleton, DefaultCenterIsCreatedOnceAcrossThrea
         EXPECT_EQ(center, PLXDarwinNotificationCenter::defaultCenter().get());
 }
 
-std::string paramName(const ::testing::TestParamInfo<Service>& param) {
-    return serviceName(param.param);
-}
-
-INSTANTIATE_TEST_SUITE_P(Services, NotificationsConcurrencyTest,
-                         ::testing::Values(Service::InMemory, Service::SessionBus), paramName);
+INSTANTIATE_ON_BOTH_SERVICES(NotificationsConcurrencyTest);
 
 } // namespace

@@ -41,39 +41,35 @@ bool runUntil(const std::function<bool()>& condition) {
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     const QStringList args = app.arguments();
-    if (args.size() != 4)
+    const bool observe = args.value(1) == QLatin1String("observe");
+    if (args.size() != 4 || (!observe && args.at(1) != QLatin1String("post")))
         return 2;
-    const QString mode = args.at(1);
     const QString name = args.at(2);
     const int count = args.at(3).toInt();
 
     int logLines = 0;
     platform::SystemLogCapture capture([&](const QString& line) {
-        if (line.contains(QLatin1String("other processes will not hear")))
-            ++logLines;
+        logLines += line.contains(QLatin1String("other processes will not hear"));
     });
-
     auto center = PLXDarwinNotificationCenter::otpDarwinNotificationCenter();
     int heard = 0;
     auto token = center->addObserverForName(name, nullptr, [&](const platform::Notification& notification) {
         ++heard;
-        if (mode == QLatin1String("observe"))
+        if (observe)
             say(QStringLiteral("got ") + notification.name);
     });
 
-    if (mode == QLatin1String("observe")) {
+    if (observe)
         say(QStringLiteral("ready"));
-        const bool complete = runUntil([&] { return heard >= count; });
-        say(QStringLiteral("total %1").arg(heard));
-        return complete ? 0 : 1;
-    }
-    if (mode == QLatin1String("post")) {
+    else
         for (int i = 0; i < count; ++i)
             center->postNotificationName(name);
-        const bool complete = runUntil([&] { return heard >= count; });
+    const bool complete = runUntil([&] { return heard >= count; });
+    if (observe) {
+        say(QStringLiteral("total %1").arg(heard));
+    } else {
         say(QStringLiteral("self %1").arg(heard));
         say(QStringLiteral("log %1").arg(logLines));
-        return complete ? 0 : 1;
     }
-    return 2;
+    return complete ? 0 : 1;
 }
