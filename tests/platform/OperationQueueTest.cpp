@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <numeric>
 #include <vector>
 
 using namespace platform;
@@ -26,9 +27,9 @@ TEST(OperationQueueTest, SerialQueueRunsItemsInOrderOffTheMainThread) {
             order.push_back(i);
         });
     queue.waitUntilAllOperationsAreFinished();
-    ASSERT_EQ(order.size(), 200u);
-    for (int i = 0; i < 200; ++i)
-        EXPECT_EQ(order[static_cast<size_t>(i)], i);
+    std::vector<int> expected(200);
+    std::iota(expected.begin(), expected.end(), 0);
+    EXPECT_EQ(order, expected);
     EXPECT_FALSE(ranOnMain);
     EXPECT_FALSE(queue.isMainQueue());
 }

@@ -3,15 +3,12 @@
 #include "marlockCompanionCommon/platform/UserDefaults.h"
 
 #include "marlockCompanionCommon/platform/PropertyList.h"
-#include "marlockCompanionCommon/platform/SystemLog.h"
 #include "marlockCompanionCommon/platform/internal/UserDefaultsStore.h"
 #include "tests/platform/UserDefaultsTestSupport.h"
 
-#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QSaveFile>
-#include <QTimeZone>
 
 #include <gtest/gtest.h>
 
@@ -61,25 +58,24 @@ TEST_F(UserDefaultsTest, CorruptFilesAreLoggedMovedAsideAndReadAsEmpty) {
     for (const auto& [name, bytes] : cases) {
         UserDefaults* suite = UserDefaults::suiteNamed(suiteName + "." + name);
         writeRaw(suite->filePath(), bytes);
-        QStringList log;
-        platform::SystemLogCapture capture([&](const QString& line) { log << line; });
-
-        EXPECT_FALSE(suite->objectForKey("a").isValid()) << name;
-        ASSERT_EQ(log.size(), 1) << name;
-        EXPECT_TRUE(log[0].contains(suite->filePath())) << qPrintable(log[0]);
+        SCOPED_TRACE(name);
+        LogLines log;
+        EXPECT_FALSE(suite->objectForKey("a").isValid());
+        ASSERT_EQ(log.lines.size(), 1);
+        EXPECT_TRUE(log.lines[0].contains(suite->filePath())) << qPrintable(log.lines[0]);
         const QStringList aside = movedAside(suite->filePath());
-        ASSERT_EQ(aside.size(), 1) << name;
-        EXPECT_TRUE(log[0].contains(aside[0])) << qPrintable(log[0]);
-        EXPECT_EQ(contentOf(aside[0]), bytes) << name;
-        EXPECT_FALSE(QFile::exists(suite->filePath())) << name;
+        ASSERT_EQ(aside.size(), 1);
+        EXPECT_TRUE(log.lines[0].contains(aside[0])) << qPrintable(log.lines[0]);
+        EXPECT_EQ(contentOf(aside[0]), bytes);
+        EXPECT_FALSE(QFile::exists(suite->filePath()));
 
         // New values go to a new file; the broken one stays as it was, and is logged once.
         suite->setBool(true, "fresh");
         ASSERT_TRUE(suite->synchronize());
-        EXPECT_EQ(readFile(suite->filePath()), QVariant(QVariantMap{{"fresh", true}})) << name;
-        EXPECT_EQ(movedAside(suite->filePath()), aside) << name;
-        EXPECT_EQ(contentOf(aside[0]), bytes) << name;
-        EXPECT_EQ(log.size(), 1) << name;
+        EXPECT_EQ(readFile(suite->filePath()), QVariant(QVariantMap{{"fresh", true}}));
+        EXPECT_EQ(movedAside(suite->filePath()), aside);
+        EXPECT_EQ(contentOf(aside[0]), bytes);
+        EXPECT_EQ(log.lines.size(), 1);
     }
 }
 
@@ -90,11 +86,10 @@ TEST_F(UserDefaultsTest, AFileBrokenByAnotherWriterIsMovedAsideWithoutLosingPend
     suite->setObject("pending", "unsaved");
 
     writeRaw(suite->filePath(), "bplist00 broken");
-    QStringList log;
-    platform::SystemLogCapture capture([&](const QString& line) { log << line; });
+    LogLines log;
     EXPECT_FALSE(suite->objectForKey("stored").isValid());
     EXPECT_EQ(suite->stringForKey("unsaved"), "pending");
-    EXPECT_EQ(log.size(), 1);
+    EXPECT_EQ(log.lines.size(), 1);
     EXPECT_EQ(movedAside(suite->filePath()).size(), 1);
 
     ASSERT_TRUE(suite->synchronize());
@@ -105,10 +100,9 @@ TEST_F(UserDefaultsTest, UnreadableFilesAreMovedAsideAndReadAsEmpty) {
     // A folder where the file should be cannot be read by anyone, root included.
     UserDefaults* suite = UserDefaults::suiteNamed(suiteName);
     ASSERT_TRUE(QDir().mkpath(suite->filePath()));
-    QStringList log;
-    platform::SystemLogCapture capture([&](const QString& line) { log << line; });
+    LogLines log;
     EXPECT_FALSE(suite->objectForKey("a").isValid());
-    EXPECT_EQ(log.size(), 1);
+    EXPECT_EQ(log.lines.size(), 1);
     const QStringList aside = movedAside(suite->filePath());
     ASSERT_EQ(aside.size(), 1);
     EXPECT_TRUE(QFileInfo(aside[0]).isDir());
@@ -124,24 +118,15 @@ TEST_F(UserDefaultsTest, FilesWithoutReadPermissionAreMovedAside) {
     writeRaw(suite->filePath(),
              *platform::PropertyList::write(QVariantMap{{"a", 1}}, platform::PropertyList::Format::Binary));
     ASSERT_TRUE(QFile::setPermissions(suite->filePath(), QFileDevice::WriteOwner));
-    QStringList log;
-    platform::SystemLogCapture capture([&](const QString& line) { log << line; });
+    LogLines log;
     EXPECT_FALSE(suite->objectForKey("a").isValid());
-    EXPECT_EQ(log.size(), 1);
+    EXPECT_EQ(log.lines.size(), 1);
     EXPECT_EQ(movedAside(suite->filePath()).size(), 1);
 }
 
 TEST_F(UserDefaultsTest, AnotherProcessSeesSynchronizedWritesAndThisOneSeesItsWithoutSynchronizing) {
     UserDefaults* suite = UserDefaults::suiteNamed(suiteName);
-    const QDateTime when(QDate(2030, 1, 2), QTime(3, 4, 5), QTimeZone::utc());
-    const QVariantMap values{{"bool", true},
-                             {"integer", qint64(-9)},
-                             {"double", 0.5},
-                             {"string", "text"},
-                             {"data", QByteArray("\x01\x02")},
-                             {"date", when},
-                             {"array", QVariantList{"x"}},
-                             {"dictionary", QVariantMap{{"k", qint64(1)}}}};
+    const QVariantMap values = everyValueType();
     for (auto it = values.begin(); it != values.end(); ++it)
         suite->setObject(it.value(), it.key());
     // Not yet synchronized: the other process sees nothing.
@@ -152,7 +137,7 @@ TEST_F(UserDefaultsTest, AnotherProcessSeesSynchronizedWritesAndThisOneSeesItsWi
     ASSERT_TRUE(suite->synchronize());
     HelperRun after = runHelper(QStringList{"get", suiteName} + values.keys());
     ASSERT_EQ(after.exitCode, 0);
-    EXPECT_EQ(platform::PropertyList::read(after.output), QVariant(values)) << after.output.constData();
+    expectSameValues(platform::PropertyList::read(after.output).value_or(QVariant()).toMap(), values);
 
     // The other way round, and this process never calls synchronize().
     EXPECT_TRUE(suite->stringForKey("greeting").isEmpty());
@@ -168,11 +153,10 @@ TEST_F(UserDefaultsTest, ProcessesWritingDifferentKeysConcurrentlyLoseNothing) {
     auto first = startHelper({"write", suiteName, "first", QString::number(count)});
     auto second = startHelper({"write", suiteName, "second", QString::number(count)});
     UserDefaults* suite = UserDefaults::suiteNamed(suiteName);
-    QStringList log;
-    platform::SystemLogCapture capture([&](const QString& line) { log << line; });
+    LogLines log;
     for (int i = 0; i < count; ++i) {
         suite->setInteger(i, QStringLiteral("own%1").arg(i));
-        EXPECT_TRUE(suite->synchronize()) << qPrintable(log.join('\n'));
+        EXPECT_TRUE(suite->synchronize()) << qPrintable(log.lines.join('\n'));
     }
     EXPECT_EQ(finishHelper(*first).exitCode, 0);
     EXPECT_EQ(finishHelper(*second).exitCode, 0);

@@ -2,15 +2,19 @@
 
 #include "marlockCompanionCommon/platform/Identity.h"
 #include "marlockCompanionCommon/platform/PropertyList.h"
+#include "marlockCompanionCommon/platform/SystemLog.h"
 #include "tests/platform/QVariantPrinter.h"
 #include "tests/support/TestSupport.h"
 
+#include <QDateTime>
 #include <QFile>
 #include <QProcess>
 #include <QStringList>
+#include <QTimeZone>
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <memory>
 
 // Each test gets its own config folder and its own suite name, so that the process-wide
@@ -29,6 +33,24 @@ protected:
             return {};
         return platform::PropertyList::read(file.readAll()).value_or(QVariant());
     }
+};
+
+// One value of every type a suite stores, in the form reading gives back.
+inline QVariantMap everyValueType() {
+    return {{"bool", true},
+            {"integer", std::numeric_limits<qint64>::min()},
+            {"double", -2.75},
+            {"string", QStringLiteral("séparateur ✓")},
+            {"data", QByteArray("\x00\xff", 2)},
+            {"date", QDateTime(QDate(2024, 2, 29), QTime(12, 34, 56, 789), QTimeZone::utc())},
+            {"array", QVariantList{qint64(1), "two"}},
+            {"dictionary", QVariantMap{{"nested", QVariantMap{{"x", 1.5}}}}}};
+}
+
+// The system-log lines written while it lives.
+struct LogLines {
+    QStringList lines;
+    platform::SystemLogCapture capture{[this](const QString& line) { lines << line; }};
 };
 
 class UserDefaultsDeathTest : public UserDefaultsTest {};
