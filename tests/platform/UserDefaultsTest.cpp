@@ -39,12 +39,13 @@ protected:
 
     QString configFolder() const { return home.path() + QStringLiteral("/config"); }
 
+    static QByteArray contentOf(const QString& path) {
+        QFile file(path);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
     // The file's content as a fresh reader sees it; invalid when there is no file.
     static QVariant readFile(const QString& path) {
-        QFile file(path);
-        if (!file.open(QIODevice::ReadOnly))
-            return {};
-        return platform::PropertyList::read(file.readAll()).value_or(QVariant());
+        return platform::PropertyList::read(contentOf(path)).value_or(QVariant());
     }
 };
 
@@ -109,11 +110,6 @@ QStringList movedAside(const QString& path) {
                             QDir::Files | QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden))
         found << entry.absoluteFilePath();
     return found;
-}
-
-QByteArray contentOf(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 } // namespace
