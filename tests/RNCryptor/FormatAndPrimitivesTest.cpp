@@ -41,17 +41,11 @@ TEST(FormatV3, RandomDataHasTheRequestedLengthAndVaries) {
 
 TEST(FormatV3DeathTest, FailingPrimitivesStopTheProcessWithTheirMessages) {
     EXPECT_DEATH(
-        {
-            withoutAnyCryptoProvider();
-            (void)RNCryptor::randomData(16);
-        },
+        (withoutAnyCryptoProvider(), (void)RNCryptor::randomData(16)),
         "^marlockCompanionCommon/RNCryptor:[0-9]+: Fatal error: SECURITY FAILURE: Could not generate secure "
         "random numbers: -[0-9]+\\.\n");
     EXPECT_DEATH(
-        {
-            withoutAnyCryptoProvider();
-            (void)FormatV3::makeKey(QStringLiteral("password"), QByteArray(8, 'x'));
-        },
+        (withoutAnyCryptoProvider(), (void)FormatV3::makeKey(QStringLiteral("password"), QByteArray(8, 'x'))),
         "^marlockCompanionCommon/RNCryptor:[0-9]+: Fatal error: SECURITY FAILURE: Could not derive secure "
         "password \\(-[0-9]+\\): 32 bytes\\.\n");
 }
