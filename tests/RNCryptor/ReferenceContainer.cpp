@@ -12,20 +12,20 @@ const unsigned char* bytes(const QByteArray& data) {
     return reinterpret_cast<const unsigned char*>(data.constData());
 }
 
-QByteArray aes256cbc(bool encrypting, const QByteArray& input, const QByteArray& key, const QByteArray& iv,
-                     bool* ok) {
+// Nothing when the padding is wrong.
+std::optional<QByteArray> aes256cbc(bool encrypting, const QByteArray& input, const QByteArray& key,
+                                    const QByteArray& iv) {
     QByteArray output(input.size() + 16, '\0');
+    auto* out = reinterpret_cast<unsigned char*>(output.data());
     EVP_CIPHER_CTX* context = EVP_CIPHER_CTX_new();
-    int first = 0;
-    int last = 0;
-    *ok = EVP_CipherInit_ex(context, EVP_aes_256_cbc(), nullptr, bytes(key), bytes(iv), encrypting ? 1 : 0) ==
-              1 &&
-          EVP_CipherUpdate(context, reinterpret_cast<unsigned char*>(output.data()), &first, bytes(input),
-                           int(input.size())) == 1 &&
-          EVP_CipherFinal_ex(context, reinterpret_cast<unsigned char*>(output.data()) + first, &last) == 1;
+    int first = 0, last = 0;
+    const bool ok =
+        EVP_CipherInit_ex(context, EVP_aes_256_cbc(), nullptr, bytes(key), bytes(iv), encrypting) == 1 &&
+        EVP_CipherUpdate(context, out, &first, bytes(input), int(input.size())) == 1 &&
+        EVP_CipherFinal_ex(context, out + first, &last) == 1;
     EVP_CIPHER_CTX_free(context);
     output.resize(first + last);
-    return output;
+    return ok ? std::optional(output) : std::nullopt;
 }
 
 QByteArray hmacSha256(const QByteArray& key, const QByteArray& data) {
@@ -38,8 +38,7 @@ QByteArray hmacSha256(const QByteArray& key, const QByteArray& data) {
 
 QByteArray seal(const QByteArray& header, const QByteArray& plaintext, const QByteArray& encryptionKey,
                 const QByteArray& hmacKey, const QByteArray& iv) {
-    bool ok = false;
-    QByteArray container = header + aes256cbc(true, plaintext, encryptionKey, iv, &ok);
+    const QByteArray container = header + aes256cbc(true, plaintext, encryptionKey, iv).value();
     return container + hmacSha256(hmacKey, container);
 }
 
@@ -50,11 +49,7 @@ std::optional<QByteArray> open(const QByteArray& container, int headerSize, cons
     const QByteArray expected = hmacSha256(hmacKey, signedPart);
     if (CRYPTO_memcmp(mac.constData(), expected.constData(), 32) != 0)
         return std::nullopt;
-    bool ok = false;
-    QByteArray plaintext = aes256cbc(false, signedPart.sliced(headerSize), encryptionKey, iv, &ok);
-    if (!ok)
-        return std::nullopt;
-    return plaintext;
+    return aes256cbc(false, signedPart.sliced(headerSize), encryptionKey, iv);
 }
 
 } // namespace

@@ -45,26 +45,24 @@ QVariantMap sampleValues() {
     };
 }
 
-struct PythonResult {
-    int exitCode = -1;
-    QByteArray output;
-    QByteArray errors;
-};
-
-PythonResult runPython(const QString& script, const QByteArray& input = {}) {
-    QProcess python;
-    python.start(QStringLiteral("python3"), {QStringLiteral("-c"), script});
-    if (!python.waitForStarted())
-        return {};
-    python.write(input);
-    python.closeWriteChannel();
-    python.waitForFinished(60000);
-    return {python.exitStatus() == QProcess::NormalExit ? python.exitCode() : -1,
-            python.readAllStandardOutput(), python.readAllStandardError()};
+// Dates in XML carry whole seconds only.
+QVariantMap sampleFor(plist::Format format) {
+    QVariantMap values = sampleValues();
+    if (format == plist::Format::Xml) {
+        values.remove("dateWithMilliseconds");
+        values.remove("dateBefore2001");
+    }
+    return values;
 }
 
-// The same values as sampleValues(), as Python's plistlib sees them (naive datetimes are UTC).
-const char* pythonSample = R"(
+// The same values as sampleValues(), as Python's plistlib sees them (naive datetimes are UTC),
+// followed by `script`.
+struct PythonResult {
+    int exitCode = -1;
+    QByteArray output, errors;
+};
+PythonResult runPython(const QString& script, const QByteArray& input = {}) {
+    static const char* sample = R"(
 import datetime, plistlib, sys
 sample = {
     'string': 'héllo ✓ 𝄞', 'emptyString': '', 'data': b'\x00\x01\xfe\xff', 'true': True, 'false': False,
@@ -76,12 +74,15 @@ sample = {
     'array': [1, 'two', [3.0], {}], 'dict': {'nested': {'deeper': []}},
 }
 )";
-
-// Dates in XML carry whole seconds only.
-QVariantMap withoutSubsecondDates(QVariantMap values) {
-    values.remove("dateWithMilliseconds");
-    values.remove("dateBefore2001");
-    return values;
+    QProcess python;
+    python.start(QStringLiteral("python3"), {QStringLiteral("-c"), QString::fromUtf8(sample) + script});
+    if (!python.waitForStarted())
+        return {};
+    python.write(input);
+    python.closeWriteChannel();
+    python.waitForFinished(60000);
+    return {python.exitStatus() == QProcess::NormalExit ? python.exitCode() : -1,
+            python.readAllStandardOutput(), python.readAllStandardError()};
 }
 
 // A binary plist from raw object encodings, with one-byte offsets and references.
@@ -110,40 +111,17 @@ void expectRejected(const QByteArray& bytes, const char* what) {
     EXPECT_EQ(error.code, plist::readCorruptError) << what;
 }
 
-} // namespace
+const QByteArray xmlPrologue = "<?xml version=\"1.0\"?><plist version=\"1.0\">";
 
-TEST(PropertyList, RoundTripsEveryValueTypeInBothFormats) {
-    const QVariantMap all = sampleValues();
-    for (plist::Format format : {plist::Format::Binary, plist::Format::Xml}) {
-        const QVariantMap values = format == plist::Format::Xml ? withoutSubsecondDates(all) : all;
-        const std::optional<QByteArray> bytes = plist::write(values, format);
-        ASSERT_TRUE(bytes.has_value());
-        EXPECT_EQ(plist::isBinary(*bytes), format == plist::Format::Binary);
-        plist::Format detected{};
-        const std::optional<QVariant> back = plist::read(*bytes, &detected);
-        ASSERT_TRUE(back.has_value());
-        EXPECT_EQ(detected, format);
-        const QVariantMap map = back->toMap();
-        for (auto it = values.begin(); it != values.end(); ++it) {
-            EXPECT_EQ(map.value(it.key()), it.value())
-                << qPrintable(it.key()) << " in format " << int(format);
-            EXPECT_EQ(map.value(it.key()).typeId(), it.value().typeId()) << qPrintable(it.key());
-        }
-        EXPECT_EQ(map.size(), values.size());
-    }
-}
+} // namespace
 
 TEST(PropertyList, WritesOtherIntegerTypesAsIntegersAndUidsOnlyInBinary) {
     const QVariantList values{int(-7), uint(7), QVariant::fromValue<short>(3), QStringList{"a", "b"},
                               QVariant::fromValue(plist::Uid{12})};
-    const std::optional<QByteArray> bytes = plist::write(values, plist::Format::Binary);
-    ASSERT_TRUE(bytes.has_value());
-    const QVariantList back = plist::read(*bytes)->toList();
+    const QVariantList back = plist::read(*plist::write(values, plist::Format::Binary))->toList();
     ASSERT_EQ(back.size(), 5);
-    EXPECT_EQ(back[0], QVariant(qint64(-7)));
-    EXPECT_EQ(back[1], QVariant(qint64(7)));
-    EXPECT_EQ(back[2], QVariant(qint64(3)));
-    EXPECT_EQ(back[3], QVariant(QVariantList{"a", "b"}));
+    expectSameValues({{"0", back[0]}, {"1", back[1]}, {"2", back[2]}, {"3", back[3]}},
+                     {{"0", qint64(-7)}, {"1", qint64(7)}, {"2", qint64(3)}, {"3", QVariantList{"a", "b"}}});
     EXPECT_EQ(back[4].value<plist::Uid>(), plist::Uid{12});
 
     Error error;
@@ -168,11 +146,12 @@ TEST(PropertyList, RefusesToWriteWhatAPropertyListCannotHold) {
     };
     for (const auto& [what, value] : cases) {
         for (plist::Format format : {plist::Format::Binary, plist::Format::Xml}) {
+            SCOPED_TRACE(what);
             Error error;
-            EXPECT_FALSE(plist::write(value, format, &error).has_value()) << what;
-            EXPECT_EQ(error.domain, plist::errorDomain) << what;
-            EXPECT_EQ(error.code, plist::writeInvalidError) << what;
-            EXPECT_FALSE(error.description().isEmpty()) << what;
+            EXPECT_FALSE(plist::write(value, format, &error).has_value());
+            EXPECT_EQ(error.domain, plist::errorDomain);
+            EXPECT_EQ(error.code, plist::writeInvalidError);
+            EXPECT_FALSE(error.description().isEmpty());
         }
     }
 }
@@ -180,125 +159,112 @@ TEST(PropertyList, RefusesToWriteWhatAPropertyListCannotHold) {
 TEST(PropertyList, RejectsMalformedInputWithAnError) {
     const QByteArray good = *plist::write(sampleValues(), plist::Format::Binary);
     const QByteArray xml = *plist::write(sampleValues(), plist::Format::Xml);
-    expectRejected({}, "empty");
     expectRejected("hello", "not a plist");
     expectRejected("bplist", "magic only");
     expectRejected("bplist00" + QByteArray(40, '\xff'), "garbage after the magic");
-    expectRejected(good.left(good.size() / 2), "truncated binary");
     expectRejected(xml.left(xml.size() / 2), "truncated XML");
     expectRejected("<?xml version=\"1.0\"?><plist><dict><key>a</key></plist>", "unbalanced XML");
-    // Every single-byte truncation of the binary form fails cleanly.
+    // Truncations all through the binary form, the empty input first, fail cleanly.
     for (qsizetype length = 0; length < good.size(); length += 7)
-        EXPECT_FALSE(plist::read(good.left(length)).has_value()) << "truncated at " << length;
+        expectRejected(good.left(length), qPrintable(QStringLiteral("truncated at %1").arg(length)));
 }
 
 TEST(PropertyList, RejectsHostileObjectGraphs) {
     const QByteArray one("\x10\x01", 2);
-    // A dictionary whose key is an integer.
-    expectRejected(bplist({QByteArray("\xd1\x01\x02", 3), one, one}), "integer key");
-    // A dictionary whose key holds a NUL, in ASCII and in UTF-16.
-    expectRejected(bplist({QByteArray("\xd1\x01\x02", 3), QByteArray("\x53\x61\x00\x62", 4), one}),
-                   "ASCII key with NUL");
-    expectRejected(bplist({QByteArray("\xd1\x01\x02", 3), QByteArray("\x61\x00\x00", 3), one}),
-                   "UTF-16 key with NUL");
-    EXPECT_EQ(plist::read(bplist({QByteArray("\xd1\x01\x02", 3), QByteArray("\x61\x00\xe9", 3), one})),
-              QVariant(QVariantMap{{QStringLiteral("é"), qint64(1)}}));
-    // An array that contains itself.
-    expectRejected(bplist({QByteArray("\xa1\x00", 2)}), "self-containing array");
-    // A reference past the object table.
-    expectRejected(bplist({QByteArray("\xa1\x05", 2)}), "dangling reference");
+    const QByteArray dict("\xd1\x01\x02", 3); // one entry: key object 1, value object 2
     // Forty arrays, each holding the next one twice: 2^40 nodes once expanded.
     QList<QByteArray> doubling;
     for (int i = 0; i < 40; ++i)
         doubling << QByteArray("\xa2", 1) + char(i + 1) + char(i + 1);
-    doubling << one;
-    expectRejected(bplist(doubling), "exponential sharing");
-    // Nesting deeper than any real archive.
-    QList<QByteArray> chain;
-    for (int i = 0; i < 250; ++i)
-        chain << QByteArray("\xa1", 1) + char(i + 1);
-    chain << one;
-    EXPECT_TRUE(plist::read(bplist(chain)).has_value()) << "250 levels are fine";
-    QByteArray deepXml = "<?xml version=\"1.0\"?><plist version=\"1.0\">";
-    for (int i = 0; i < 5000; ++i)
-        deepXml += "<array>";
-    deepXml += "<true/>";
-    for (int i = 0; i < 5000; ++i)
-        deepXml += "</array>";
-    deepXml += "</plist>";
-    expectRejected(deepXml, "5000 levels of XML");
-    // Closing tags hidden in a comment do not make room for more nesting.
-    QByteArray hiddenClosings = "<?xml version=\"1.0\"?><plist version=\"1.0\"><!--";
-    for (int i = 0; i < 5000; ++i)
-        hiddenClosings += "</array>";
-    hiddenClosings += "-->";
-    for (int i = 0; i < 300; ++i)
-        hiddenClosings += "<array>";
-    expectRejected(hiddenClosings, "nesting behind a comment");
-    EXPECT_TRUE(plist::read("<?xml version=\"1.0\"?><plist version=\"1.0\"><array><array/><dict/>"
-                            "<dict><key>a</key><array></array></dict></array></plist>")
-                    .has_value())
-        << "empty and self-closing containers";
     // A trailer promising an offset table far outside the data.
     QByteArray absurd = bplist({one});
     absurd.replace(absurd.size() - 8, 8, QByteArray("\x7f\xff\xff\xff\xff\xff\xff\xff", 8));
-    expectRejected(absurd, "offset table outside the data");
+    const QList<std::pair<const char*, QByteArray>> hostile{
+        {"integer key", bplist({dict, one, one})},
+        {"ASCII key with NUL", bplist({dict, QByteArray("\x53\x61\x00\x62", 4), one})},
+        {"UTF-16 key with NUL", bplist({dict, QByteArray("\x61\x00\x00", 3), one})},
+        {"self-containing array", bplist({QByteArray("\xa1\x00", 2)})},
+        {"dangling reference", bplist({QByteArray("\xa1\x05", 2)})},
+        {"exponential sharing", bplist(doubling << one)},
+        {"5000 levels of XML", xmlPrologue + QByteArray("<array>").repeated(5000) + "<true/>" +
+                                   QByteArray("</array>").repeated(5000) + "</plist>"},
+        // Closing tags hidden in a comment do not make room for more nesting.
+        {"nesting behind a comment", xmlPrologue + "<!--" + QByteArray("</array>").repeated(5000) + "-->" +
+                                         QByteArray("<array>").repeated(300)},
+        {"offset table outside the data", absurd},
+    };
+    for (const auto& [what, bytes] : hostile)
+        expectRejected(bytes, what);
+
+    EXPECT_EQ(plist::read(bplist({dict, QByteArray("\x61\x00\xe9", 3), one})),
+              QVariant(QVariantMap{{QStringLiteral("é"), qint64(1)}}));
+    QList<QByteArray> chain;
+    for (int i = 0; i < 250; ++i)
+        chain << QByteArray("\xa1", 1) + char(i + 1);
+    EXPECT_TRUE(plist::read(bplist(chain << one)).has_value()) << "250 levels are fine";
+    EXPECT_TRUE(plist::read(xmlPrologue +
+                            "<array><array/><dict/><dict><key>a</key><array></array></dict></array>"
+                            "</plist>")
+                    .has_value())
+        << "empty and self-closing containers";
 }
 
-TEST(PropertyList, InteroperatesWithPythonPlistlib) {
-    const QVariantMap values = sampleValues();
+// Every value type through our writer and reader, and each way between us and plistlib.
+TEST(PropertyList, RoundTripsEveryValueTypeAndInteroperatesWithPythonPlistlib) {
     for (const auto& [format, name] :
          {std::pair{plist::Format::Binary, "FMT_BINARY"}, {plist::Format::Xml, "FMT_XML"}}) {
-        const QVariantMap expected = format == plist::Format::Xml ? withoutSubsecondDates(values) : values;
+        SCOPED_TRACE(name);
+        const QVariantMap expected = sampleFor(format);
+        const std::optional<QByteArray> ours = plist::write(expected, format);
+        ASSERT_TRUE(ours.has_value());
+        EXPECT_EQ(plist::isBinary(*ours), format == plist::Format::Binary);
+        plist::Format detected{};
+        const std::optional<QVariant> back = plist::read(*ours, &detected);
+        ASSERT_TRUE(back.has_value());
+        EXPECT_EQ(detected, format);
+        expectSameValues(back->toMap(), expected);
+
         // Ours, read by plistlib.
-        const PythonResult check = runPython(QString::fromUtf8(pythonSample) + QStringLiteral(R"(
+        const PythonResult check = runPython(QStringLiteral(R"(
 got = plistlib.loads(sys.stdin.buffer.read())
 want = {k: v for k, v in sample.items() if k in got}
 print('ok' if got == want and len(got) == %1 else repr((got, want)))
 )")
-                                                                                   .arg(expected.size()),
-                                             *plist::write(expected, format));
+                                                 .arg(expected.size()),
+                                             *ours);
         EXPECT_EQ(check.exitCode, 0) << check.errors.constData();
-        EXPECT_EQ(check.output.trimmed(), "ok") << name << ": " << check.output.constData();
+        EXPECT_EQ(check.output.trimmed(), "ok") << check.output.constData();
 
-        // plistlib's, read here.
-        const PythonResult made = runPython(QString::fromUtf8(pythonSample) + QStringLiteral(R"(
-sys.stdout.buffer.write(plistlib.dumps(sample, fmt=plistlib.%1))
-)")
-                                                                                  .arg(QLatin1String(name)));
+        // plistlib's, read here; it writes XML dates with whole seconds.
+        const PythonResult made = runPython(
+            QStringLiteral("sys.stdout.buffer.write(plistlib.dumps(sample, fmt=plistlib.%1))").arg(name));
         ASSERT_EQ(made.exitCode, 0) << made.errors.constData();
-        plist::Format detected{};
+        detected = {};
         const std::optional<QVariant> read = plist::read(made.output, &detected);
-        ASSERT_TRUE(read.has_value()) << name;
+        ASSERT_TRUE(read.has_value());
         EXPECT_EQ(detected, format);
-        const QVariantMap map = read->toMap();
-        for (auto it = values.begin(); it != values.end(); ++it) {
-            // plistlib writes XML dates with whole seconds.
-            if (format == plist::Format::Xml && !expected.contains(it.key()))
-                EXPECT_EQ(map.value(it.key()).toDateTime().time().msec(), 0);
-            else
-                EXPECT_EQ(map.value(it.key()), it.value()) << name << ": " << qPrintable(it.key());
-        }
+        QVariantMap map = read->toMap();
+        for (const char* key : {"dateWithMilliseconds", "dateBefore2001"})
+            if (!expected.contains(key)) {
+                EXPECT_EQ(map.take(key).toDateTime().time().msec(), 0);
+            }
+        expectSameValues(map, expected);
     }
 }
 
 TEST(PropertyList, ReadsAndWritesKeyedArchiveUidsLikePlistlib) {
-    const PythonResult made = runPython(QStringLiteral(R"(
-import plistlib, sys
-sys.stdout.buffer.write(plistlib.dumps({'$top': {'root': plistlib.UID(1)}, '$objects': ['$null', plistlib.UID(300)]}, fmt=plistlib.FMT_BINARY))
-)"));
+    const PythonResult made =
+        runPython(QStringLiteral("sys.stdout.buffer.write(plistlib.dumps({'$top': {'root': plistlib.UID(1)}, "
+                                 "'$objects': ['$null', plistlib.UID(300)]}, fmt=plistlib.FMT_BINARY))"));
     ASSERT_EQ(made.exitCode, 0) << made.errors.constData();
     const QVariantMap archive = plist::read(made.output)->toMap();
     EXPECT_EQ(archive["$top"].toMap()["root"].value<plist::Uid>(), plist::Uid{1});
     EXPECT_EQ(archive["$objects"].toList().value(1).value<plist::Uid>(), plist::Uid{300});
 
-    const QVariantMap ours{{"root", QVariant::fromValue(plist::Uid{70000})}};
-    const PythonResult check = runPython(QStringLiteral(R"(
-import plistlib, sys
-got = plistlib.loads(sys.stdin.buffer.read())
-print('ok' if got == {'root': plistlib.UID(70000)} else repr(got))
-)"),
-                                         *plist::write(ours, plist::Format::Binary));
+    const PythonResult check = runPython(
+        QStringLiteral("got = plistlib.loads(sys.stdin.buffer.read())\n"
+                       "print('ok' if got == {'root': plistlib.UID(70000)} else repr(got))"),
+        *plist::write(QVariantMap{{"root", QVariant::fromValue(plist::Uid{70000})}}, plist::Format::Binary));
     EXPECT_EQ(check.output.trimmed(), "ok") << check.output.constData() << check.errors.constData();
 }
 

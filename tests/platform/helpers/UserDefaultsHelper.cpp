@@ -5,7 +5,7 @@
 //                                     synchronize() after each; exit status 1 if any failed
 //   set <suite> <key> <text>          stores a string and synchronizes
 //   get <suite> <key>…                prints {key: value} for the keys that have a value, as an
-//                                     XML property list on standard output
+//                                     binary property list on standard output
 #include "marlockCompanionCommon/platform/PropertyList.h"
 #include "marlockCompanionCommon/platform/UserDefaults.h"
 
@@ -45,11 +45,11 @@ int main(int argc, char** argv) {
             if (value.isValid())
                 found.insert(key, value);
         }
-        const std::optional<QByteArray> xml =
-            platform::PropertyList::write(found, platform::PropertyList::Format::Xml);
-        if (!xml)
+        const std::optional<QByteArray> bytes =
+            platform::PropertyList::write(found, platform::PropertyList::Format::Binary);
+        if (!bytes)
             return 1;
-        fwrite(xml->constData(), 1, static_cast<size_t>(xml->size()), stdout);
+        fwrite(bytes->constData(), 1, static_cast<size_t>(bytes->size()), stdout);
         return 0;
     }
     return 2;
