@@ -1,6 +1,6 @@
 #pragma once
 
-#include "marlockCompanionCommon/platform/Error.h"
+#include "marlockCompanionCommon/platform/runtime/Error.h"
 
 #include <QString>
 

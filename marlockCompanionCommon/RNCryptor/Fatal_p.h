@@ -1,6 +1,6 @@
 #pragma once
 
-#include "marlockCompanionCommon/platform/FatalError.h"
+#include "marlockCompanionCommon/platform/runtime/FatalError.h"
 
 #include <QString>
 

@@ -1,9 +1,9 @@
 #include "marlockCompanionCommon/keychain/FXKeychain.h"
 
 #include "marlockCompanionCommon/keychain/internal/FXKeychainCoding.h"
-#include "marlockCompanionCommon/platform/Identity.h"
-#include "marlockCompanionCommon/platform/KeychainServices.h"
-#include "marlockCompanionCommon/platform/SystemLog.h"
+#include "marlockCompanionCommon/platform/keychain/KeychainServices.h"
+#include "marlockCompanionCommon/platform/runtime/Identity.h"
+#include "marlockCompanionCommon/platform/runtime/SystemLog.h"
 
 #include <array>
 #include <mutex>

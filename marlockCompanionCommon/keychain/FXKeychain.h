@@ -1,7 +1,7 @@
 #pragma once
 
-#include "marlockCompanionCommon/platform/Error.h"
-#include "marlockCompanionCommon/platform/KeychainItem.h"
+#include "marlockCompanionCommon/platform/keychain/KeychainItem.h"
+#include "marlockCompanionCommon/platform/runtime/Error.h"
 
 #include <QString>
 #include <QVariant>

@@ -1,6 +1,6 @@
 #include "marlockCompanionCommon/RNCryptor/RNCryptor.h"
 #include "marlockCompanionCommon/RNCryptor/SecretBytes_p.h"
-#include "marlockCompanionCommon/platform/SystemLog.h"
+#include "marlockCompanionCommon/platform/runtime/SystemLog.h"
 #include "tests/RNCryptor/ReferenceContainer.h"
 
 #include <gtest/gtest.h>

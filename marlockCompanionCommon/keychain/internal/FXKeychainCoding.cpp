@@ -1,7 +1,7 @@
 #include "marlockCompanionCommon/keychain/internal/FXKeychainCoding.h"
 
 #include "marlockCompanionCommon/keychain/FXKeychainPropertyList.h"
-#include "marlockCompanionCommon/platform/PropertyList.h"
+#include "marlockCompanionCommon/platform/storage/PropertyList.h"
 
 #include <QStringDecoder>
 

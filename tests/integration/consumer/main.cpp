@@ -1,7 +1,7 @@
 // A host program as a user of the installed library writes it.
 #include <marlockCommon/TimeSource.h>
 #include <marlockCompanionCommon/Version.h>
-#include <marlockCompanionCommon/platform/Identity.h>
+#include <marlockCompanionCommon/platform/runtime/Identity.h>
 
 #include <cstdio>
 
