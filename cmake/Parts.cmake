@@ -3,7 +3,8 @@
 # marlockCompanionCommon/ ("timing", "platform/runtime"); the target is mcc_<folder> with slashes
 # turned into underscores (mcc_timing, mcc_platform_runtime). Headers are included from the
 # repository root: #include "marlockCompanionCommon/<folder>/Header.h".
-# The shared marlockCompanionCommon library is made of all parts (see its CMakeLists.txt).
+# The shared marlockCompanionCommon library is made of all parts (see its CMakeLists.txt). Parts
+# are compiled with hidden symbols: what a host may use is marked MCC_EXPORT in a public header.
 function(marlock_add_part folder)
     cmake_parse_arguments(PART "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
     string(REPLACE "/" "_" target "mcc_${folder}")
@@ -12,6 +13,7 @@ function(marlock_add_part folder)
     target_link_libraries(${target} PUBLIC ${PART_PUBLIC} PRIVATE ${PART_PRIVATE})
     set_target_properties(${target} PROPERTIES MARLOCK_PART_FOLDER ${folder})
     marlock_configure_target(${target})
+    marlock_hide_symbols(${target})
     set_property(GLOBAL APPEND PROPERTY MARLOCK_PARTS ${target})
 endfunction()
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "marlockCommon/KeyedCoding.h"
+#include "marlockCompanionCommon/Export.h"
 #include "marlockCompanionCommon/keychain/KeyedArchiverTypes.h"
 
 #include <QByteArray>
@@ -25,7 +26,7 @@ namespace platform {
 // Anything it cannot encode throws ArchiveException named invalidArchiveOperationException.
 //
 //   QByteArray bytes = KeyedArchiver::archivedData(QVariantList{1, "two"}, true);
-class KeyedArchiver final : public marlockCommon::KeyedEncoder {
+class MCC_EXPORT KeyedArchiver final : public marlockCommon::KeyedEncoder {
 public:
     KeyedArchiver();
     ~KeyedArchiver() override;

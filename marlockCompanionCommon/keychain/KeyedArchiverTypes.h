@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
+
 #include <QMetaType>
 #include <QString>
 #include <QVariantList>
@@ -25,7 +27,7 @@ inline const QString invalidUnarchiveOperationException =
 // Thrown by the archiver (an object it cannot encode) and the unarchiver (anything wrong with the
 // archive or a class it may not decode): an exception name and a reason, like the platform's
 // exception objects.
-class ArchiveException : public std::exception {
+class MCC_EXPORT ArchiveException : public std::exception {
 public:
     ArchiveException(QString name, QString reason);
     const QString& name() const { return name_; }
@@ -40,7 +42,7 @@ private:
 
 // An unordered collection of distinct objects ("NSSet"). Archived and unarchived as a set; the
 // order of `objects` carries no meaning.
-struct ArchivedSet {
+struct MCC_EXPORT ArchivedSet {
     QVariantList objects;
     bool operator==(const ArchivedSet&) const = default;
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "marlockCommon/KeyedCoding.h"
+#include "marlockCompanionCommon/Export.h"
 #include "marlockCompanionCommon/keychain/KeyedArchiverTypes.h"
 
 #include <QByteArray>
@@ -31,7 +32,7 @@ namespace platform {
 //
 //   KeyedUnarchiver unarchiver(bytes);
 //   QVariant root = unarchiver.decodeValueOfClasses({"NSArray", "OTPToken"}, KeyedArchive::rootObjectKey);
-class KeyedUnarchiver final : public marlockCommon::KeyedDecoder {
+class MCC_EXPORT KeyedUnarchiver final : public marlockCommon::KeyedDecoder {
 public:
     // Parses the archive's outer structure; throws when it is not a keyed archive.
     explicit KeyedUnarchiver(const QByteArray& data);

@@ -11,6 +11,7 @@
 namespace {
 
 using RNCryptor::Error;
+using RNCryptor::internal::wipe;
 
 const QString password = QStringLiteral("sync passcode");
 const QByteArray encryptionKey = reference::pattern(32, 11);

@@ -12,6 +12,13 @@ endfunction()
 
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 
+# Only the public interface leaves the libraries (the rule is in check_exported_symbols.py).
+set(check ${CMAKE_CURRENT_LIST_DIR}/check_exported_symbols.py)
+set(common_headers ${prefix}/include/marlockCommon:MARLOCK_COMMON_EXPORT)
+run(python3 ${check} ${prefix}/${LIBDIR}/libmarlockCommon.so ${common_headers})
+run(python3 ${check} ${prefix}/${LIBDIR}/libmarlockCompanionCommon.so
+    ${prefix}/include/marlockCompanionCommon:MCC_EXPORT ${common_headers})
+
 # find_package()
 run(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${SCRATCH}/cmake-consumer -G Ninja -DCMAKE_PREFIX_PATH=${prefix}
     -DCMAKE_CXX_COMPILER=${CXX})

@@ -5,7 +5,7 @@
 
 #include <QStringDecoder>
 
-namespace fxkeychain {
+namespace keychain::internal {
 namespace {
 
 const QByteArray kBinaryMagic = QByteArrayLiteral("bplist");
@@ -68,4 +68,4 @@ QVariant decode(const QByteArray& data, std::optional<platform::Error>* parseErr
     return result;
 }
 
-} // namespace fxkeychain
+} // namespace keychain::internal

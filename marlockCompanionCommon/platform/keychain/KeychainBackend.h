@@ -1,5 +1,6 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
 #include "marlockCompanionCommon/platform/keychain/KeychainItem.h"
 #include "marlockCompanionCommon/platform/keychain/KeychainStatus.h"
 
@@ -9,7 +10,7 @@
 namespace platform {
 
 // One stored item: its attributes and its secret bytes.
-struct KeychainRecord {
+struct MCC_EXPORT KeychainRecord {
     KeychainItem item;
     QByteArray data;
 };
@@ -18,7 +19,7 @@ struct KeychainRecord {
 // source file, and the same contract tests run against every backend.
 //
 // Every call returns a KeychainStatus. Items are unique by (class, service, account).
-class KeychainBackend {
+class MCC_EXPORT KeychainBackend {
 public:
     virtual ~KeychainBackend() = default;
 
@@ -38,7 +39,7 @@ public:
 };
 
 // Items kept in this process's memory, for unit tests. Thread-safe.
-std::unique_ptr<KeychainBackend> makeMemoryKeychainBackend();
+MCC_EXPORT std::unique_ptr<KeychainBackend> makeMemoryKeychainBackend();
 
 // Items kept by the freedesktop Secret Service (gnome-keyring, KeePassXC, KWallet) through
 // libsecret, in the user's default collection, under the schema "org.marlock.Keychain" with the
@@ -46,6 +47,6 @@ std::unique_ptr<KeychainBackend> makeMemoryKeychainBackend();
 // "trusted-applications" when an access object is given). The secret is the item's raw bytes.
 // notAvailable without a session bus or Secret Service; authFailed for a collection that stays
 // locked (a refused or impossible unlock prompt). May block while the service prompts the user.
-std::unique_ptr<KeychainBackend> makeSecretServiceKeychainBackend();
+MCC_EXPORT std::unique_ptr<KeychainBackend> makeSecretServiceKeychainBackend();
 
 } // namespace platform

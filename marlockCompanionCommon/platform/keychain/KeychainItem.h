@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
+
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
@@ -37,7 +39,7 @@ inline const QString alwaysThisDeviceOnly = QStringLiteral("dku");
 // was meant for, and so that a future backend with real access control can enforce them. What
 // does protect the item is the collection's lock (the login keyring is encrypted at rest with
 // the user's password and locked while the user is logged out) and the Unix user boundary.
-struct KeychainAccess {
+struct MCC_EXPORT KeychainAccess {
     QString label;
     QStringList trustedApplications; // absolute paths, the calling program first
     bool operator==(const KeychainAccess&) const = default;
@@ -45,7 +47,7 @@ struct KeychainAccess {
 
 // A keychain item reference: the attributes that identify and describe one stored item, without
 // its secret. An item is identified by (itemClass, service, account).
-struct KeychainItem {
+struct MCC_EXPORT KeychainItem {
     QString itemClass;
     QString service;
     QString account;
@@ -56,7 +58,7 @@ struct KeychainItem {
 
 // What selects items: a class and, when given, an exact service and account. An absent service
 // or account matches any.
-struct KeychainQuery {
+struct MCC_EXPORT KeychainQuery {
     QString itemClass;
     std::optional<QString> service;
     std::optional<QString> account;
@@ -64,7 +66,7 @@ struct KeychainQuery {
 
 // What an add or update writes. Absent members are left as they are (update) or take their
 // defaults (add: empty data, accessible whenUnlocked, no access object).
-struct KeychainAttributes {
+struct MCC_EXPORT KeychainAttributes {
     std::optional<QByteArray> data;
     std::optional<QString> accessible;
     std::optional<KeychainAccess> access;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
 #include "marlockCompanionCommon/platform/keychain/KeychainBackend.h"
 
 #include <memory>
@@ -16,7 +17,7 @@ namespace platform {
 //       use(secret);
 //
 // Thread-safe as far as the backend is (both backends are).
-class KeychainServices {
+class MCC_EXPORT KeychainServices {
 public:
     explicit KeychainServices(std::unique_ptr<KeychainBackend> backend);
     ~KeychainServices();

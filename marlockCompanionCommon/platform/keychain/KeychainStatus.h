@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
+
 #include <QString>
 #include <QtGlobal>
 
@@ -29,6 +31,6 @@ constexpr KeychainStatus itemNotFound = -25300;
 
 // A sentence describing `status`, for people ("The item could not be found in the keychain.").
 // Unknown codes give "Unknown keychain status <code>.".
-QString keychainErrorMessage(KeychainStatus status);
+MCC_EXPORT QString keychainErrorMessage(KeychainStatus status);
 
 } // namespace platform

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
+
 #include <QString>
 #include <QVariantMap>
 
@@ -16,7 +18,7 @@ namespace platform {
 //   platform::Error error;
 //   if (!keychain.setObject(value, key, &error))
 //       qWarning() << error.description();
-struct Error {
+struct MCC_EXPORT Error {
     QString domain;
     qint64 code = 0;
     QVariantMap userInfo;

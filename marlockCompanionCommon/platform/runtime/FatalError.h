@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
+
 #include <QString>
 
 #include <string_view>
@@ -19,7 +21,7 @@ namespace platform {
 //
 // (__builtin_FILE/__builtin_LINE rather than std::source_location: clang 14, which builds the
 // fuzzers, has no std::source_location with this standard library.)
-[[noreturn]] void fatalError(const QString& message, std::string_view unit = __builtin_FILE(),
-                             int line = __builtin_LINE());
+[[noreturn]] MCC_EXPORT void fatalError(const QString& message, std::string_view unit = __builtin_FILE(),
+                                        int line = __builtin_LINE());
 
 } // namespace platform

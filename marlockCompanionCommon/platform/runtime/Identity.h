@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
+
 #include <QString>
 
 namespace platform {
@@ -17,10 +19,10 @@ namespace platform {
 // Values are read from the environment on every call.
 namespace Identity {
 
-QString bundleIdentifier();
-QString teamPrefix();
-QString applicationGroup();
-QString keychainIdentifier();
+MCC_EXPORT QString bundleIdentifier();
+MCC_EXPORT QString teamPrefix();
+MCC_EXPORT QString applicationGroup();
+MCC_EXPORT QString keychainIdentifier();
 
 } // namespace Identity
 } // namespace platform

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
+
 #include <QMetaType>
 #include <QObject>
 #include <QPointer>
@@ -10,7 +12,7 @@ namespace platform {
 
 // A posted notification: a name, the object that posted it (may be null; not owned, and null
 // once that object is destroyed) and free-form user info.
-struct Notification {
+struct MCC_EXPORT Notification {
     QString name;
     QPointer<QObject> object;
     QVariantMap userInfo;

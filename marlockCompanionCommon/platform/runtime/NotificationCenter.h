@@ -1,5 +1,6 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
 #include "marlockCompanionCommon/platform/runtime/Notification.h"
 
 #include <QByteArray>
@@ -32,7 +33,7 @@ class OperationQueue;
 //   NotificationCenter::defaultCenter().addObserver(clock, "significantTimeChangeDidOccur", "ClockChanged");
 //   NotificationCenter::defaultCenter().post("ClockChanged");
 //   NotificationCenter::defaultCenter().removeObserver(token);
-class NotificationCenter {
+class MCC_EXPORT NotificationCenter {
 public:
     // An opaque handle of a block registration.
     class Registration;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
+
 #include <QString>
 
 #include <functional>
@@ -19,7 +21,7 @@ namespace platform {
 //   platform::OperationQueue worker(1, "token refresh");
 //   worker.addOperation([] { refresh(); });
 //   platform::OperationQueue::mainQueue()->addOperation([] { updateWindow(); });
-class OperationQueue {
+class MCC_EXPORT OperationQueue {
 public:
     static constexpr int unlimited = -1;
 
@@ -49,13 +51,13 @@ private:
 };
 
 // Runs `work` once on the main thread at a later pass of its event loop, never synchronously.
-void dispatchAsyncMain(std::function<void()> work);
+MCC_EXPORT void dispatchAsyncMain(std::function<void()> work);
 
 // Runs `work` once on the main thread when `nanoseconds` have passed on the monotonic clock,
 // counted from this call. Zero or negative delays run at the next pass of the event loop.
-void dispatchAfterMain(qint64 nanoseconds, std::function<void()> work);
+MCC_EXPORT void dispatchAfterMain(qint64 nanoseconds, std::function<void()> work);
 
 // True on the Qt main thread.
-bool isMainThread();
+MCC_EXPORT bool isMainThread();
 
 } // namespace platform

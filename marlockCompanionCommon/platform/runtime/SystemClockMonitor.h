@@ -1,5 +1,6 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
 #include "marlockCompanionCommon/platform/runtime/Error.h"
 
 #include <QObject>
@@ -22,7 +23,7 @@ inline const QString SystemClockDidChangeNotification = QStringLiteral("NSSystem
 // Lives on the main thread: the notification is posted from its event loop.
 //
 //   platform::SystemClockMonitor::startShared();   // once, e.g. by the first started Clock
-class SystemClockMonitor : public QObject {
+class MCC_EXPORT SystemClockMonitor : public QObject {
     Q_OBJECT
 public:
     // Where the monitor learns that the clock was set. The real source is a timerfd armed on

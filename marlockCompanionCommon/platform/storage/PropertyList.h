@@ -1,5 +1,6 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
 #include "marlockCompanionCommon/platform/runtime/Error.h"
 
 #include <QByteArray>
@@ -28,7 +29,7 @@ namespace platform::PropertyList {
 enum class Format { Xml = 100, Binary = 200 };
 
 // A keyed-archive object reference.
-struct Uid {
+struct MCC_EXPORT Uid {
     quint64 value = 0;
     bool operator==(const Uid&) const = default;
 };
@@ -39,13 +40,14 @@ constexpr qint64 readCorruptError = 3840;
 constexpr qint64 writeInvalidError = 3851;
 
 // True when `bytes` start with the binary property-list magic "bplist".
-bool isBinary(const QByteArray& bytes);
+MCC_EXPORT bool isBinary(const QByteArray& bytes);
 
 // Serialises `value`; absent (with the error set) when it holds something a property list can't.
-std::optional<QByteArray> write(const QVariant& value, Format format, Error* error = nullptr);
+MCC_EXPORT std::optional<QByteArray> write(const QVariant& value, Format format, Error* error = nullptr);
 
 // Parses binary or XML bytes (told apart by the magic); `format`, when given, receives which.
-std::optional<QVariant> read(const QByteArray& bytes, Format* format = nullptr, Error* error = nullptr);
+MCC_EXPORT std::optional<QVariant> read(const QByteArray& bytes, Format* format = nullptr,
+                                        Error* error = nullptr);
 
 } // namespace platform::PropertyList
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
+
 #include <QByteArray>
 #include <QString>
 #include <QVariant>
@@ -32,7 +34,7 @@ namespace platform {
 //   UserDefaults* defaults = UserDefaults::suiteNamed(Identity::applicationGroup());
 //   defaults->setBool(true, "iCloudEnabled");
 //   defaults->synchronize();
-class UserDefaults {
+class MCC_EXPORT UserDefaults {
 public:
     // The process's own store, named by the bundle identifier.
     static UserDefaults* standardUserDefaults();
