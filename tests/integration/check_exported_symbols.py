@@ -31,7 +31,7 @@ def public_declarations(header_dir, macro):
     names = set()
     for header in pathlib.Path(header_dir).rglob("*.h"):
         text = header.read_text()
-        text = re.sub(r"//[^\n]*|/\*.*?\*/|\"(\\.|[^\"\\])*\"|'(\\.|[^'\\])*'", " ", text, flags=re.S)
+        text = re.sub(r"//[^\n]*|/\*.*?\*/|\"(\\.|[^\"\\])*\"|'(\\.|[^'\\\n])*'", " ", text, flags=re.S)
         text = re.sub(r"^\s*#[^\n]*", " ", text, flags=re.M)
         scopes = []  # one entry per open brace: the namespace it opens, or None
         for match in token.finditer(text):
