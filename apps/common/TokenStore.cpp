@@ -276,6 +276,8 @@ bool TokenStore::update(const QString& id, const TokenRecord& record, platform::
 
 bool TokenStore::rename(const QString& id, const QString& issuer, const QString& account,
                         platform::Error* error) {
+    if (!refresh(error))
+        return false;
     const auto current = token(id);
     if (!current) {
         platform::setError(error, storeError(noSuchToken, QStringLiteral("There is no token %1.").arg(id)));
