@@ -56,6 +56,11 @@ private:
     std::vector<PLXNotificationCenter::ObserverToken> tokens_;
 };
 
+QByteArray readAll(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
 QByteArray plist(const QVariant& values) {
     return platform::PropertyList::write(values, platform::PropertyList::Format::Xml).value();
 }
@@ -90,22 +95,27 @@ TEST(ViewPreferencesManager, RegisteredDefaultsAnswerUntilAValueIsStored) {
     }
 }
 
-TEST(ViewPreferencesManager, SettersStoreFlushOnRequestAndPostEvenWithoutAChange) {
+TEST(ViewPreferencesManager, SettersSaveWhatTheyAnnounceAndPostEvenWithoutAChange) {
     platform::UserDefaults* suite = freshSuite();
     ViewPreferencesManager manager(suite, std::nullopt);
     NotificationRecorder recorder;
+    const auto saved = [&] {
+        return platform::PropertyList::read(readAll(suite->filePath())).value_or(QVariant()).toMap();
+    };
 
     manager.setSeparatorString(QStringLiteral("-"), false);
     manager.setSeparatorString(QStringLiteral("-"), false);
     EXPECT_EQ(manager.getSeparatorString(), QStringLiteral("-"));
-    EXPECT_FALSE(QFile::exists(suite->filePath())) << "not flushed when synchronize is false";
+    EXPECT_EQ(saved().value("separatorString"), QVariant("-"))
+        << "saved before the post, though not asked to";
 
-    manager.setChangeColorWhenCodeWillChange(true);
+    manager.setChangeColorWhenCodeWillChange(true, false);
     EXPECT_TRUE(manager.getChangeColorWhenCodeWillChange());
-    EXPECT_TRUE(QFile::exists(suite->filePath())) << "flushed by default";
+    EXPECT_EQ(saved().value("changeColorWhenCodeWillChange"), QVariant(true));
 
     manager.setAnimateCodeChanges(true);
     EXPECT_TRUE(manager.getAnimateCodeChanges());
+    EXPECT_EQ(saved().value("animateCodeChanges"), QVariant(true));
 
     EXPECT_EQ(recorder.received(3),
               (QStringList{VPMSeparatorStringDidChangeDarwinNotification,
