@@ -6,9 +6,39 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <memory>
+#include <string>
+
+namespace {
+
+// Gives the process a temporary folder of its own, removed when it exits, and points TMPDIR at
+// it. Everything temporary the tests make lands below it — also what the children of death tests
+// make (they inherit the folder, and abort without cleaning up) and what helper processes make —
+// so a run leaves nothing behind in the system's temporary folder. Registered before anything
+// else, the removal runs after every other exit handler, settings saved at exit included.
+void useOwnTemporaryFolder() {
+    if (std::getenv("MARLOCK_TEST_TMPDIR"))
+        return; // a death-test child: the parent's folder serves, and the parent removes it
+    const char* base = std::getenv("TMPDIR");
+    std::string folder = std::string(base && *base ? base : "/tmp") + "/marlock-test-XXXXXX";
+    if (!mkdtemp(folder.data()))
+        return;
+    static std::string owned;
+    owned = folder;
+    setenv("TMPDIR", owned.c_str(), 1);
+    setenv("MARLOCK_TEST_TMPDIR", owned.c_str(), 1);
+    std::atexit([] {
+        std::error_code ignored;
+        std::filesystem::remove_all(owned, ignored);
+    });
+}
+
+} // namespace
 
 int main(int argc, char** argv) {
+    useOwnTemporaryFolder();
     ::testing::InitGoogleTest(&argc, argv);
     GTEST_FLAG_SET(death_test_style, "threadsafe");
 #ifdef MARLOCK_TEST_GUI
