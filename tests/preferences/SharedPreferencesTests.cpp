@@ -49,38 +49,9 @@ private:
     QProcess process_;
 };
 
-TEST(SharedPreferences, AChangeInOneProcessIsAnnouncedToAndReadByTheOther) {
-    ViewPreferencesManager* manager = ViewPreferencesManager::sharedManager();
-    QStringList heard;
-    auto center = PLXDarwinNotificationCenter::otpDarwinNotificationCenter();
-    auto token =
-        center->addObserverForName(VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification, nullptr,
-                                   [&](const platform::Notification& n) { heard.append(n.name); });
-    manager->setChangeColorWhenCodeWillChange(false);
-    ASSERT_TRUE(waitUntil([&] { return heard.size() == 1; })) << "this process hears its own post";
-
-    Peer peer;
-    ASSERT_TRUE(peer.waitForLine(QStringLiteral("ready"))) << peer.lines.join('\n').toStdString();
-
-    // This process writes; the peer hears the name and reads the new value from the store.
-    manager->setSeparatorString(QStringLiteral("\u00B7"));
-    EXPECT_TRUE(peer.waitForLine(
-        QStringLiteral("VPMSeparatorStringDidChangeDarwinNotification separator=\u00B7 color=0")))
-        << peer.lines.join('\n').toStdString();
-
-    // The peer writes; this process hears the prefixed name and reads the value.
-    heard.clear();
-    peer.send(QStringLiteral("color 1"));
-    ASSERT_TRUE(waitUntil([&] { return !heard.isEmpty(); }));
-    EXPECT_EQ(heard.first(), platform::Identity::bundleIdentifier() + QLatin1Char('.') +
-                                 VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification);
-    EXPECT_TRUE(manager->getChangeColorWhenCodeWillChange());
-    EXPECT_EQ(manager->getSeparatorString(), QStringLiteral("\u00B7"));
-
-    center->removeObserver(token.get());
-}
-
-TEST(SharedPreferences, AResetAndWritesLeftUnsynchronizedReachTheOtherProcess) {
+// Each name is heard with what its poster wrote before posting it, also after a reset or a write
+// made without synchronizing; what a peer left unsaved reaches this process when the peer ends.
+TEST(SharedPreferences, WritesInOneProcessAreAnnouncedToAndReadByTheOther) {
     ViewPreferencesManager* manager = ViewPreferencesManager::sharedManager();
     // What this process reads the moment it hears a name, as a host redrawing then would.
     struct Seen {
@@ -93,35 +64,42 @@ TEST(SharedPreferences, AResetAndWritesLeftUnsynchronizedReachTheOtherProcess) {
     for (const QString& name : {VPMSeparatorStringDidChangeDarwinNotification,
                                 VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification})
         tokens.push_back(center->addObserverForName(name, nullptr, [&](const platform::Notification& n) {
-            seen.push_back({n.name.section(QLatin1Char('.'), -1), manager->getSeparatorString(),
+            seen.push_back({n.name, manager->getSeparatorString(),
                             manager->getChangeColorWhenCodeWillChange(), manager->getAnimateCodeChanges()});
         }));
-    manager->setSeparatorString(QStringLiteral("\u00B7"));
-    manager->setChangeColorWhenCodeWillChange(true);
+    const auto heardAll = [&](size_t count) { return waitUntil([&] { return seen.size() == count; }); };
+    manager->setChangeColorWhenCodeWillChange(false);
     manager->setAnimateCodeChanges(false);
-    ASSERT_TRUE(waitUntil([&] { return seen.size() == 2; })) << "this process's own posts";
-    seen.clear();
-
+    ASSERT_TRUE(heardAll(1)) << "this process hears its own post";
     {
         Peer peer;
-        ASSERT_TRUE(peer.waitForLine(QStringLiteral("ready")));
-        // Each name is heard with what the peer wrote before posting it (the colour, written
-        // after the first post, may or may not be in yet).
-        peer.send(QStringLiteral("reset"));
-        ASSERT_TRUE(waitUntil([&] { return seen.size() == 2; }));
-        EXPECT_EQ(seen[0].name, VPMSeparatorStringDidChangeDarwinNotification);
-        EXPECT_EQ(seen[0].separator, QString());
-        EXPECT_TRUE(seen[0].animate);
-        EXPECT_EQ(seen[1].name, VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification);
-        EXPECT_EQ(seen[1].separator, QString());
-        EXPECT_FALSE(seen[1].color);
-        EXPECT_TRUE(seen[1].animate);
+        ASSERT_TRUE(peer.waitForLine(QStringLiteral("ready"))) << peer.lines.join('\n').toStdString();
+        manager->setSeparatorString(QStringLiteral("\u00B7"));
+        EXPECT_TRUE(peer.waitForLine(
+            QStringLiteral("VPMSeparatorStringDidChangeDarwinNotification separator=\u00B7 color=0")))
+            << peer.lines.join('\n').toStdString();
+        ASSERT_TRUE(heardAll(2));
 
-        // Set without synchronizing; then the peer ends.
+        peer.send(QStringLiteral("color 1"));
+        ASSERT_TRUE(heardAll(3));
+        EXPECT_EQ(seen[2].name, platform::Identity::bundleIdentifier() + QLatin1Char('.') +
+                                    VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification);
+        EXPECT_TRUE(seen[2].color);
+        EXPECT_EQ(seen[2].separator, QStringLiteral("\u00B7"));
+
+        // The colour, written after the first post of a reset, may or may not be in at the first.
+        peer.send(QStringLiteral("reset"));
+        ASSERT_TRUE(heardAll(5));
+        EXPECT_TRUE(seen[3].name.endsWith(VPMSeparatorStringDidChangeDarwinNotification));
+        EXPECT_EQ(seen[3].separator, QString());
+        EXPECT_TRUE(seen[3].animate);
+        EXPECT_TRUE(seen[4].name.endsWith(VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification));
+        EXPECT_FALSE(seen[4].color);
+
         peer.send(QStringLiteral("unsynced -"));
         peer.send(QStringLiteral("unsynced-animate 0"));
-        ASSERT_TRUE(waitUntil([&] { return seen.size() == 3; }));
-        EXPECT_EQ(seen[2].separator, QStringLiteral("-"));
+        ASSERT_TRUE(heardAll(6));
+        EXPECT_EQ(seen[5].separator, QStringLiteral("-"));
         EXPECT_TRUE(peer.finish());
     }
     EXPECT_FALSE(manager->getAnimateCodeChanges()) << "saved as the peer ended";

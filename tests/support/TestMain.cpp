@@ -13,11 +13,9 @@
 
 namespace {
 
-// Gives the process a temporary folder of its own, removed when it exits, and points TMPDIR at
-// it. Everything temporary the tests make lands below it — also what the children of death tests
-// make (they inherit the folder, and abort without cleaning up) and what helper processes make —
-// so a run leaves nothing behind in the system's temporary folder. Registered before anything
-// else, the removal runs after every other exit handler, settings saved at exit included.
+// Points TMPDIR at a folder of the process's own, removed at exit (after every other exit
+// handler, settings saved at exit included). Death-test children, which abort without cleaning
+// up, and helper processes inherit it, so a run leaves nothing in the system's temporary folder.
 void useOwnTemporaryFolder() {
     if (std::getenv("MARLOCK_TEST_TMPDIR"))
         return; // a death-test child: the parent's folder serves, and the parent removes it

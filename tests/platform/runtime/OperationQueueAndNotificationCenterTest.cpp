@@ -190,18 +190,7 @@ TEST(OperationQueueTest, MainQueueRunsLaterOnTheMainThreadInOrder) {
     EXPECT_TRUE(onMain);
 }
 
-TEST(OperationQueueTest, DispatchAfterRunsByDeadlineOrderAndNeverSynchronously) {
-    std::vector<int> order;
-    dispatchAfterMain(40'000'000, [&] { order.push_back(40); });
-    dispatchAfterMain(0, [&] { order.push_back(0); });
-    dispatchAfterMain(-1'000'000'000, [&] { order.push_back(-1); });
-    dispatchAfterMain(10'000'000, [&] { order.push_back(10); });
-    EXPECT_TRUE(order.empty());
-    ASSERT_TRUE(waitUntil([&] { return order.size() == 4; }));
-    // Past and zero deadlines run at the next pass, in the order they were added.
-    EXPECT_EQ(order, (std::vector<int>{0, -1, 10, 40}));
-}
-
+// Deadline order and never running synchronously: timing/DelayTests.cpp, through delay().
 TEST(OperationQueueTest, DispatchAfterWaitsOutDelaysLongerThanOneTimerTakes) {
     constexpr qint64 day = 86'400'000'000'000;
     const qint64 cap = internal::maximumTimerWaitMs;

@@ -2,9 +2,8 @@
 // (under the XDG_CONFIG_HOME it inherits) and runs one command:
 //
 //   write <suite> <prefix> <count>    sets <prefix>0 … <prefix><count-1> to their index, one
-//                                     synchronize() after each; exit status 1 if any failed
-//   acknowledge <suite> <prefix>      sets <prefix>0, <prefix>1, … to their index (up to 10^5),
-//                                     printing each index once synchronize() has returned true
+//                                     synchronize() after each, printing the index once it has
+//                                     returned true; exit status 1 if any failed
 //   set <suite> <key> <text>          stores a string and synchronizes
 //   leave <suite> <key> <text> <how>  stores a string without synchronizing, then ends: "return"
 //                                     returns from main, "exit" calls exit(); "loop" stores from
@@ -57,17 +56,12 @@ int main(int argc, char** argv) {
         const int count = args[3].toInt();
         for (int i = 0; i < count; ++i) {
             defaults->setInteger(i, args[2] + QString::number(i));
-            allWritten = defaults->synchronize() && allWritten;
+            const bool written = defaults->synchronize();
+            if (written)
+                say(QByteArray::number(i));
+            allWritten = written && allWritten;
         }
         return allWritten ? 0 : 1;
-    }
-    if (command == QLatin1String("acknowledge") && args.size() == 3) {
-        for (int i = 0; i < 100000; ++i) {
-            defaults->setInteger(i, args[2] + QString::number(i));
-            if (defaults->synchronize())
-                say(QByteArray::number(i));
-        }
-        return 1;
     }
     if (command == QLatin1String("set") && args.size() == 4) {
         defaults->setObject(args[3], args[2]);
