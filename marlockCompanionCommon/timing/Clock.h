@@ -27,8 +27,8 @@ class MCC_EXPORT Clock : public QObject {
 public:
     using TickHandler = std::function<void(double)>;
 
-    // Stores the period (seconds, greater than zero) and the tick closure; does not start the
-    // clock.
+    // Stores the period and the tick closure; does not start the clock. The period is in seconds,
+    // finite and greater than zero: any other value stops the process.
     explicit Clock(double period, TickHandler onTick = {}, QObject* parent = nullptr);
     ~Clock() override;
     Q_DISABLE_COPY(Clock)

@@ -1,6 +1,7 @@
 #include "marlockCompanionCommon/platform/runtime/OperationQueue.h"
 
 #include "marlockCompanionCommon/platform/runtime/FatalError.h"
+#include "marlockCompanionCommon/platform/runtime/internal/TimerWait.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -8,7 +9,9 @@
 #include <QThreadPool>
 #include <QTimer>
 
+#include <algorithm>
 #include <chrono>
+#include <limits>
 
 namespace platform {
 namespace {
@@ -82,21 +85,47 @@ void dispatchAsyncMain(std::function<void()> work) {
 }
 
 void dispatchAfterMain(qint64 nanoseconds, std::function<void()> work) {
-    // The deadline is fixed now, on the caller's thread; the timer is armed on the main thread
-    // (a QTimer belongs to the thread that starts it) for whatever time is left then.
+    internal::dispatchAfterMain(nanoseconds, std::move(work), internal::maximumTimerWaitMs);
+}
+
+namespace internal {
+namespace {
+
+// On the main thread: runs `work` once `deadline` has passed, else arms a timer for (at most
+// capMs of) the time left and looks again when it ends.
+void runAtDeadline(QDeadlineTimer deadline, std::function<void()> work, qint64 capMs) {
+    // A deadline too far to represent saturates to "forever": it is then waited for forever.
+    const qint64 leftNs =
+        deadline.isForever() ? std::numeric_limits<qint64>::max() : deadline.remainingTimeNSecs();
+    if (leftNs <= 0) {
+        work();
+        return;
+    }
+    QTimer::singleShot(std::chrono::milliseconds(timerWaitMs(leftNs, capMs)), Qt::PreciseTimer,
+                       QCoreApplication::instance(), [deadline, work = std::move(work), capMs]() mutable {
+                           runAtDeadline(deadline, std::move(work), capMs);
+                       });
+}
+
+} // namespace
+
+qint64 timerWaitMs(qint64 leftNs, qint64 capMs) {
+    // Divided first: adding the rounding before dividing overflows near the largest deadlines.
+    const qint64 ms = leftNs / 1'000'000 + (leftNs % 1'000'000 != 0 ? 1 : 0);
+    return std::min(ms, capMs);
+}
+
+void dispatchAfterMain(qint64 nanoseconds, std::function<void()> work, qint64 capMs) {
+    // The deadline is fixed now, on the caller's thread; timers are armed on the main thread (a
+    // QTimer belongs to the thread that starts it) for whatever time is left then.
     const QDeadlineTimer deadline(std::chrono::nanoseconds(std::max<qint64>(nanoseconds, 0)),
                                   Qt::PreciseTimer);
-    dispatchAsyncMain([deadline, work = std::move(work)]() mutable {
-        const qint64 leftNs = deadline.remainingTimeNSecs();
-        if (leftNs <= 0) {
-            work();
-            return;
-        }
-        // Round up: a timer must never fire before its deadline.
-        const auto leftMs = std::chrono::milliseconds((leftNs + 999'999) / 1'000'000);
-        QTimer::singleShot(leftMs, Qt::PreciseTimer, QCoreApplication::instance(), std::move(work));
+    dispatchAsyncMain([deadline, work = std::move(work), capMs]() mutable {
+        runAtDeadline(deadline, std::move(work), capMs);
     });
 }
+
+} // namespace internal
 
 bool isMainThread() {
     const QCoreApplication* app = QCoreApplication::instance();

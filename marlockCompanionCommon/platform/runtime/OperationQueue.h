@@ -54,7 +54,8 @@ private:
 MCC_EXPORT void dispatchAsyncMain(std::function<void()> work);
 
 // Runs `work` once on the main thread when `nanoseconds` have passed on the monotonic clock,
-// counted from this call. Zero or negative delays run at the next pass of the event loop.
+// counted from this call. Zero or negative delays run at the next pass of the event loop. Delays
+// of any length work (one beyond what a single QTimer takes, about 24.8 days, re-arms).
 MCC_EXPORT void dispatchAfterMain(qint64 nanoseconds, std::function<void()> work);
 
 // True on the Qt main thread.
