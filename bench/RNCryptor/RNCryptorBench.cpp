@@ -10,7 +10,8 @@
 //     feeds the same pieces to the streaming cipher and MAC calls. The per-byte cost must not
 //     grow with the size, and the ratio shows the cost of each update call.
 //
-//   scripts/build --bench && build-bench/bench/RNCryptor/RNCryptor_bench --benchmark_repetitions=5 \
+//   scripts/build --bench
+//   build-bench/bench/RNCryptor/RNCryptor_bench --benchmark_repetitions=5
 //       --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true
 #include "marlockCompanionCommon/RNCryptor/RNCryptor.h"
 
