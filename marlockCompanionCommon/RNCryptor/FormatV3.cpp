@@ -17,9 +17,9 @@ constexpr int pbkdf2Rounds = 10000;
 
 QByteArray FormatV3::makeKey(const QString& password, const QByteArray& salt) {
     QByteArray key(keySize, '\0');
-    SecretBytes passwordBytes(password.toUtf8());
+    const SecretBytes passwordBytes(password.toUtf8());
     const int result = PKCS5_PBKDF2_HMAC(
-        passwordBytes.bytes().constData(), static_cast<int>(passwordBytes.bytes().size()),
+        passwordBytes.bytes().data(), static_cast<int>(passwordBytes.bytes().size()),
         reinterpret_cast<const unsigned char*>(salt.constData()), static_cast<int>(salt.size()), pbkdf2Rounds,
         EVP_sha1(), keySize, reinterpret_cast<unsigned char*>(key.data()));
     const int status = openSSLStatus(result);
