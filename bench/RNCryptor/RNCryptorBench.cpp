@@ -13,6 +13,7 @@
 //   scripts/build --bench
 //   build-bench/bench/RNCryptor/RNCryptor_bench --benchmark_repetitions=5
 //       --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true
+#include "bench/RNCryptor/Interleaved.h"
 #include "marlockCompanionCommon/RNCryptor/RNCryptor.h"
 
 #include <benchmark/benchmark.h>
@@ -22,10 +23,13 @@
 #include <openssl/evp.h>
 #include <openssl/rand.h>
 
-#include <chrono>
 #include <vector>
 
 namespace {
+
+using bench::interleaved;
+using bench::perByte;
+using bench::perCall;
 
 const QString password = QStringLiteral("benchmark passcode");
 const QByteArray encryptionKey(32, 'e');
@@ -146,39 +150,10 @@ QByteArray rawOpen(const QByteArray& container, qsizetype headerSize,
     return plaintext;
 }
 
-enum class Per { call, byte };
-
-// Runs `library` and then `openssl` once per iteration, each timed on its own, and reports both
-// (microseconds per call, or nanoseconds per byte of `bytes`) with their ratio.
-template <typename Library, typename OpenSSL>
-void interleaved(benchmark::State& state, Per per, qsizetype bytes, Library&& library, OpenSSL&& openssl) {
-    using Clock = std::chrono::steady_clock;
-    Clock::duration libraryTime{};
-    Clock::duration openSSLTime{};
-    for (auto _ : state) {
-        const Clock::time_point start = Clock::now();
-        library();
-        const Clock::time_point middle = Clock::now();
-        openssl();
-        const Clock::time_point end = Clock::now();
-        libraryTime += middle - start;
-        openSSLTime += end - middle;
-        state.SetIterationTime(std::chrono::duration<double>(middle - start).count());
-    }
-    const double divisor =
-        per == Per::call ? 1e3 * double(state.iterations()) : double(bytes) * double(state.iterations());
-    const char* suffix = per == Per::call ? "_us" : "_ns/B";
-    state.counters[std::string("library") + suffix] =
-        double(std::chrono::nanoseconds(libraryTime).count()) / divisor;
-    state.counters[std::string("openssl") + suffix] =
-        double(std::chrono::nanoseconds(openSSLTime).count()) / divisor;
-    state.counters["ratio"] = double(libraryTime.count()) / double(openSSLTime.count());
-}
-
 void PasswordEncrypt(benchmark::State& state) {
     const QByteArray data = payload(state.range(0));
     interleaved(
-        state, Per::call, data.size(), [&] { benchmark::DoNotOptimize(RNCryptor::encrypt(data, password)); },
+        state, perCall, [&] { benchmark::DoNotOptimize(RNCryptor::encrypt(data, password)); },
         [&] {
             QByteArray header(34, '\0');
             header[0] = 3;
@@ -193,8 +168,7 @@ void PasswordEncrypt(benchmark::State& state) {
 void PasswordDecrypt(benchmark::State& state) {
     const QByteArray container = RNCryptor::encrypt(payload(state.range(0)), password);
     interleaved(
-        state, Per::call, container.size(),
-        [&] { benchmark::DoNotOptimize(RNCryptor::decrypt(container, password)); },
+        state, perCall, [&] { benchmark::DoNotOptimize(RNCryptor::decrypt(container, password)); },
         [&] {
             const QByteArray encKey = rawPbkdf2(container.sliced(2, 8));
             const QByteArray macKey = rawPbkdf2(container.sliced(10, 8));
@@ -209,7 +183,7 @@ QByteArray keyHeader() {
 void KeyEncrypt(benchmark::State& state) {
     const QByteArray data = payload(state.range(0));
     interleaved(
-        state, Per::byte, data.size(),
+        state, perByte(data.size()),
         [&] {
             benchmark::DoNotOptimize(RNCryptor::EncryptorV3(encryptionKey, hmacKey, fixedIv).encrypt(data));
         },
@@ -219,7 +193,7 @@ void KeyEncrypt(benchmark::State& state) {
 void KeyDecrypt(benchmark::State& state) {
     const QByteArray container = rawSeal(payload(state.range(0)), keyHeader());
     interleaved(
-        state, Per::byte, container.size(),
+        state, perByte(container.size()),
         [&] { benchmark::DoNotOptimize(RNCryptor::DecryptorV3(encryptionKey, hmacKey).decrypt(container)); },
         [&] { benchmark::DoNotOptimize(rawOpen(container, 18)); });
 }
@@ -230,7 +204,7 @@ void EncryptInPieces(benchmark::State& state) {
     const QByteArray header = keyHeader();
     QByteArray out(header.size() + data.size() + 16 + 32, Qt::Uninitialized);
     interleaved(
-        state, Per::byte, data.size(),
+        state, perByte(data.size()),
         [&] {
             RNCryptor::EncryptorV3 encryptor(encryptionKey, hmacKey, fixedIv);
             qsizetype produced = 0;
@@ -263,7 +237,7 @@ void DecryptInPieces(benchmark::State& state) {
     const qsizetype bodyEnd = container.size() - 32;
     QByteArray out(container.size(), Qt::Uninitialized);
     interleaved(
-        state, Per::byte, container.size(),
+        state, perByte(container.size()),
         [&] {
             RNCryptor::DecryptorV3 decryptor(encryptionKey, hmacKey);
             qsizetype produced = 0;

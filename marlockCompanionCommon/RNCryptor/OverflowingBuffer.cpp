@@ -21,21 +21,9 @@ QByteArray OverflowingBuffer::finalData() {
     return bytes;
 }
 
-// Only called when the held bytes and `data` fit in the capacity together.
-void OverflowingBuffer::append(QByteArrayView data) {
-    if (data.isEmpty())
-        return;
-    if (begin_ + size_ + data.size() > 2 * capacity_) {
-        std::memmove(storage_.get(), storage_.get() + begin_, size_t(size_));
-        begin_ = 0;
-    }
-    std::memcpy(storage_.get() + begin_ + size_, data.data(), size_t(data.size()));
-    size_ += data.size();
-}
-
-void OverflowingBuffer::dropFront(qsizetype count) {
-    begin_ += count;
-    size_ -= count;
+void OverflowingBuffer::moveToFront() {
+    std::memmove(storage_.get(), storage_.get() + begin_, size_t(size_));
+    begin_ = 0;
 }
 
 void OverflowingBuffer::replaceWith(QByteArrayView data) {

@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QByteArrayView>
 
+#include <cstring>
 #include <memory>
 
 namespace RNCryptor::internal {
@@ -41,8 +42,12 @@ private:
 
     QByteArrayView held() const { return {storage_.get() + begin_, size_}; }
     void append(QByteArrayView data);
-    void dropFront(qsizetype count);
+    void dropFront(qsizetype count) {
+        begin_ += count;
+        size_ -= count;
+    }
     void replaceWith(QByteArrayView data);
+    void moveToFront();
 
     const qsizetype capacity_;
     // Room for twice the capacity, so that held bytes move to the front only now and then:
@@ -51,6 +56,19 @@ private:
     qsizetype begin_ = 0;
     qsizetype size_ = 0;
 };
+
+// Only called when the held bytes and `data` fit in the capacity together. Inline, with a single
+// byte stored directly: streams fed one byte at a time come through here on every call.
+inline void OverflowingBuffer::append(QByteArrayView data) {
+    if (begin_ + size_ + data.size() > 2 * capacity_)
+        moveToFront();
+    char* end = storage_.get() + begin_ + size_;
+    if (data.size() == 1)
+        *end = data.front();
+    else if (!data.isEmpty())
+        std::memcpy(end, data.data(), size_t(data.size()));
+    size_ += data.size();
+}
 
 template <typename Sink> void OverflowingBuffer::release(QByteArrayView data, Sink&& sink) {
     if (data.size() >= capacity_)
