@@ -18,8 +18,10 @@ class KeychainServices;
 // access refused, …), or FXKeychain::undecodableDataError.
 inline const QString FXKeychainErrorDomain = QStringLiteral("FXKeychainErrorDomain");
 
-// A small key-value store over the keychain: each key is one generic-password item, identified
-// by the store's service and the key as the account. Values are strings (stored as their UTF-8
+// Keeps small values, such as the sync passcode, in the user's keychain under names of the
+// caller's choosing, so they are encrypted at rest and shared by the app and its widget. Every
+// key gets a generic-password item of its own, found again by the store's service plus the key
+// (as the item's account). Values are strings (stored as their UTF-8
 // bytes), and data, numbers, booleans, dates, arrays and dictionaries (stored as binary property
 // lists); reading tells them apart by sniffing the bytes. Keyed archives found in the keychain
 // are never unarchived.
