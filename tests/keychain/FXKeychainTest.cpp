@@ -272,8 +272,9 @@ public:
                    removeStatus = Code::success;
     int removals = 0;
 
-    KeychainStatus find(const KeychainQuery& q, bool withData, std::vector<KeychainRecord>* out) override {
-        return findStatus ? findStatus : inner->find(q, withData, out);
+    KeychainStatus find(const KeychainQuery& q, const KeychainMatch& match,
+                        std::vector<KeychainRecord>* out) override {
+        return findStatus ? findStatus : inner->find(q, match, out);
     }
     KeychainStatus add(const KeychainRecord& record) override {
         return addStatus ? addStatus : inner->add(record);
