@@ -20,12 +20,13 @@ inline const QString VPMSeparatorStringDidChangeDarwinNotification =
 inline const QString VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification =
     QStringLiteral("VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification");
 
-// The display preferences that the companion application and its widget share: the separator
-// shown inside a one-time code, whether the code changes colour shortly before it changes, and
-// whether code changes are animated. The values live in the application group's settings suite,
-// so both processes see the same values; nothing is cached, every getter reads the store.
-// The store is saved before each notification is posted, so a process that reads the
-// preferences when it hears one reads what was announced. Writes are saved by themselves in any
+// How codes look, in the app's window and in the widget alike: which string splits a code into
+// groups ("123 456"), whether a code turns another colour in its last seconds, and whether a new
+// code rolls in or just appears. A user sets them in one process and expects the other to follow,
+// so they are kept in the settings suite of the application group that both processes open, and
+// every getter reads that store rather than a copy.
+// A change is saved to the suite before its notification goes out, so a process that reads the
+// preferences when it hears one reads what was announced; writes are saved by themselves in any
 // case (see UserDefaults), `synchronize` or not.
 //
 // Keys: "separatorString" (string), "changeColorWhenCodeWillChange" and "animateCodeChanges"

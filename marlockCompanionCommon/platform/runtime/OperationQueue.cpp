@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <chrono>
 #include <limits>
+#include <mutex>
 
 namespace platform {
 namespace {
@@ -29,6 +30,18 @@ struct OperationQueue::Private {
     bool main = false;
     QString name;
     std::unique_ptr<QThreadPool> pool;
+    // Set when the queue's destruction begins; WeakOperationQueue adds nothing after that, so
+    // the destructor's wait covers every item that can ever reach the pool.
+    std::mutex closing;
+    bool closed = false;
+
+    void start(std::function<void()> operation) {
+        if (main)
+            dispatchAsyncMain(std::move(operation));
+        else
+            // QThreadPool starts items in the order they were queued, so one thread means serial FIFO.
+            pool->start(std::move(operation));
+    }
 };
 
 OperationQueue* OperationQueue::mainQueue() {
@@ -37,13 +50,13 @@ OperationQueue* OperationQueue::mainQueue() {
 }
 
 OperationQueue::OperationQueue(MainTag)
-    : d(std::make_unique<Private>()) {
+    : d(std::make_shared<Private>()) {
     d->main = true;
     d->name = QStringLiteral("main");
 }
 
 OperationQueue::OperationQueue(int maxConcurrentOperationCount, QString name)
-    : d(std::make_unique<Private>()) {
+    : d(std::make_shared<Private>()) {
     d->name = std::move(name);
     d->pool = std::make_unique<QThreadPool>();
     if (maxConcurrentOperationCount > 0)
@@ -53,23 +66,38 @@ OperationQueue::OperationQueue(int maxConcurrentOperationCount, QString name)
 }
 
 OperationQueue::~OperationQueue() {
+    {
+        std::lock_guard lock(d->closing);
+        d->closed = true;
+    }
     if (d->pool)
         d->pool->waitForDone();
 }
 
 void OperationQueue::addOperation(std::function<void()> operation) {
-    if (d->main) {
-        dispatchAsyncMain(std::move(operation));
-        return;
-    }
-    // QThreadPool starts items in the order they were queued, so one thread means serial FIFO.
-    d->pool->start(std::move(operation));
+    d->start(std::move(operation));
 }
 
 void OperationQueue::waitUntilAllOperationsAreFinished() {
     if (d->main)
         fatalError(QStringLiteral("waitUntilAllOperationsAreFinished() is not available on the main queue"));
     d->pool->waitForDone();
+}
+
+WeakOperationQueue::WeakOperationQueue(OperationQueue* queue) {
+    if (queue)
+        queue_ = queue->d;
+}
+
+bool WeakOperationQueue::addOperation(std::function<void()> operation) const {
+    const std::shared_ptr<OperationQueue::Private> queue = queue_.lock();
+    if (!queue)
+        return false;
+    std::lock_guard lock(queue->closing);
+    if (queue->closed)
+        return false;
+    queue->start(std::move(operation));
+    return true;
 }
 
 bool OperationQueue::isMainQueue() const {

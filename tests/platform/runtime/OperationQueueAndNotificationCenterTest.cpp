@@ -170,6 +170,39 @@ TEST(OperationQueueTest, SerialQueueRunsItemsInOrderOffTheMainThread) {
     EXPECT_FALSE(queue.isMainQueue());
 }
 
+// Registrations keep queues they do not own through a weak reference, which must stop handing
+// items over once the queue is being destroyed instead of reaching freed memory (ASan).
+TEST(OperationQueueTest, WeakReferenceHandsItemsOverOnlyWhileTheQueueLives) {
+    auto ran = std::make_shared<std::atomic<int>>(0);
+    auto queue = std::make_unique<OperationQueue>(1);
+    const WeakOperationQueue weak(queue.get());
+    NotificationCenter center;
+    auto token = center.addObserver("A", nullptr, queue.get(), [ran](const Notification&) { ++*ran; });
+    EXPECT_TRUE(weak.addOperation([ran] { ++*ran; }));
+    center.post("A");
+    queue->waitUntilAllOperationsAreFinished();
+    EXPECT_EQ(*ran, 2);
+
+    // Another thread keeps adding while this one destroys the queue: whatever got in has run
+    // when the destructor returns, and nothing gets in afterwards.
+    std::atomic<int> accepted = 0;
+    std::thread adder([&] {
+        while (weak.addOperation([ran] { ++*ran; }))
+            ++accepted;
+    });
+    while (accepted < 100)
+        std::this_thread::yield();
+    queue.reset();
+    const int ranWhenDestroyed = *ran;
+    adder.join();
+    EXPECT_EQ(ranWhenDestroyed, 2 + accepted);
+    EXPECT_FALSE(weak.addOperation([ran] { ++*ran; }));
+    center.post("A");
+    EXPECT_EQ(*ran, ranWhenDestroyed);
+    EXPECT_FALSE(WeakOperationQueue().addOperation([] {}));
+    center.removeObserver(token);
+}
+
 TEST(OperationQueueTest, MainQueueRunsLaterOnTheMainThreadInOrder) {
     std::vector<int> order;
     OperationQueue::mainQueue()->addOperation([&] { order.push_back(1); });
