@@ -10,6 +10,7 @@
 //   sync_peer hammer <passcode> <count>
 //                        writes <count> different containers under "tokens" in turn, forever, saying
 //                        "ready" after the first; for tests that kill it mid-write.
+#include "marlockCommon/OTPToken.h"
 #include "marlockCompanionCommon/RNCryptor/RNCryptor.h"
 #include "marlockCompanionCommon/keychain/KeyedArchiverAdditions.h"
 #include "marlockCompanionCommon/platform/runtime/NotificationCenter.h"

@@ -3,7 +3,7 @@
 #include "tests/sync/SyncPeerProcess.h"
 #include "tests/sync/SyncTestSupport.h"
 
-#include "marlockCompanionCommon/platform/runtime/Identity.h"
+#include <QDir>
 
 using namespace synctest;
 using namespace std::chrono_literals;
@@ -12,7 +12,9 @@ namespace {
 
 TEST(SyncTwoProcesses, TheWidgetFollowsTheAppAndTheAppSwallowsItsOwnEchoes) {
     testsupport::ScopedIsolatedHome home;
-    qputenv("MARLOCK_CLOUD_FOLDER", (home.path() + QStringLiteral("/cloud")).toUtf8());
+    const QString folder = home.path() + QStringLiteral("/cloud"); // a configured folder must exist
+    ASSERT_TRUE(QDir().mkpath(folder));
+    qputenv("MARLOCK_CLOUD_FOLDER", folder.toUtf8());
     iCloudManager* app = iCloudManager::sharedManager();
     ManagerNotifications appHeard(app);
     app->start();

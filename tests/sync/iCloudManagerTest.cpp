@@ -55,7 +55,7 @@ std::optional<Error> thrownError(const std::function<void()>& operation) {
 }
 
 class SyncManager : public ::testing::Test {
-protected:
+public: // the failure table's rows reach in
     ManagerStores stores;
     std::unique_ptr<iCloudManager> manager = stores.makeManager();
     ManagerNotifications heard{manager.get()};
@@ -76,8 +76,8 @@ TEST(SyncManagerError, RawValuesAreExactAndBridgeToPlatformErrors) {
         const platform::Error bridged = iCloudManager::Failure(error);
         EXPECT_EQ(bridged, platform::Error("marlockCompanionCommon.iCloudManager.Error", static_cast<int>(error)));
     }
-    for (const QString& unknown : {"incorrectPassword", "ICloudNotEnabled", "", "IncorrectPassword "})
-        EXPECT_EQ(iCloudManagerErrorFromRawValue(unknown), std::nullopt) << unknown.toStdString();
+    for (const char* unknown : {"incorrectPassword", "ICloudNotEnabled", "", "IncorrectPassword "})
+        EXPECT_EQ(iCloudManagerErrorFromRawValue(QString::fromUtf8(unknown)), std::nullopt) << unknown;
 
     const platform::Error keychain(FXKeychainErrorDomain, -25291);
     const iCloudManager::Failure passed(keychain);
@@ -317,6 +317,7 @@ TEST_F(SyncManager, DisablingForgetsEverythingButTheDataAndResetRemovesItToo) {
 
 // Own posts come back and are swallowed one for one; the other process's are applied.
 TEST_F(SyncManager, OwnEchoesAreSwallowedAndTheOtherProcessesChangesApplied) {
+    spinEventLoop(300ms); // posts of earlier tests in this process arrive before counting starts
     auto darwin = PLXDarwinNotificationCenter::otpDarwinNotificationCenter();
     int arrivals = 0;
     auto token = darwin->addObserverForName(settingsDarwin, nullptr, [&](const auto&) { ++arrivals; });

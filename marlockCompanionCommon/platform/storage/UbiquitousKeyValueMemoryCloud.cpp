@@ -50,10 +50,11 @@ public:
             if (!alive || std::find(alive->d->backends.begin(), alive->d->backends.end(), this) ==
                               alive->d->backends.end())
                 return;
-            const auto it = alive->d->values.constFind(key);
-            const auto value = it == alive->d->values.cend() ? std::nullopt : std::optional(it.value());
-            listener_->backendDidChange(UbiquitousKeyValueStoreChangeReason::serverChange, {{key, value}},
-                                        false);
+            std::vector<Change> changes(1);
+            changes.front().key = key;
+            if (const auto it = alive->d->values.constFind(key); it != alive->d->values.cend())
+                changes.front().value = it.value();
+            listener_->backendDidChange(UbiquitousKeyValueStoreChangeReason::serverChange, changes, false);
         });
     }
 

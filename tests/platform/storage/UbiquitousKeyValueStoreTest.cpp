@@ -42,8 +42,10 @@ protected:
     const QString folder = scratch.path() + QStringLiteral("/cloud");
     std::shared_ptr<UbiquitousKeyValueMemoryCloud> cloud = UbiquitousKeyValueMemoryCloud::create();
 };
-INSTANTIATE_TEST_SUITE_P(, StoreContract, ::testing::Values("Memory", "Folder"),
-                         [](const auto& info) { return std::string(info.param); });
+std::string backendName(const ::testing::TestParamInfo<const char*>& backend) {
+    return backend.param;
+}
+INSTANTIATE_TEST_SUITE_P(, StoreContract, ::testing::Values("Memory", "Folder"), backendName);
 
 TEST_P(StoreContract, AWriteIsReadBackAndAnnouncedToOtherStoresOnly) {
     auto a = makeStore(), b = makeStore();
