@@ -4,7 +4,8 @@
 //   sync_peer            reads commands on standard input, one per line, and answers "ok <command>"
 //                        or "error <raw value or description>":
 //                          start | enable <passcode> <save 0|1> | set <count> <tag> | passcode <text>
-//                          | saved <passcode or -> | records (answers "records <summary>") | keys
+//                          | saved <passcode or -> | keys | records (answers "records <summary>" of
+//                          the records read) | stored <passcode> (the same for the store's data now)
 //                        and reports, as they happen, "event records <summary>", "event failed
 //                        <reason>", "event settings-external", "event askeachtime-external <none|set>".
 //   sync_peer hammer <passcode> <count>
@@ -48,6 +49,9 @@ void runCommand(const QStringList& words) {
             manager->setSavedPasscode(words.value(1) == QLatin1String("-") ? std::nullopt : std::optional(words.value(1)));
         else if (command == QLatin1String("records"))
             return say(QStringLiteral("records ") + synctest::summary(manager->tokenRecords()));
+        else if (command == QLatin1String("stored"))
+            return say(QStringLiteral("records ") +
+                       synctest::summary(manager->decryptTokenDataWithPassword(words.value(1))));
         else if (command == QLatin1String("keys"))
             return say(QStringLiteral("keys ") + platform::UbiquitousKeyValueStore::defaultStore()->allKeys().join(','));
         else

@@ -45,10 +45,10 @@ public:
             },
             timeout);
     }
-    // Asks for the records the peer holds now.
-    QString records() {
+    // Asks for the records the peer holds now (or, with "stored <passcode>", those its store holds).
+    QString records(const QString& command = QStringLiteral("records")) {
         lines.removeIf([](const QString& l) { return l.startsWith(QLatin1String("records ")); });
-        send(QStringLiteral("records"));
+        send(command);
         testsupport::waitUntil([&] {
             read();
             return std::any_of(lines.begin(), lines.end(),
