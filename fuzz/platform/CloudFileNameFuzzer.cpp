@@ -22,7 +22,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const QString key = QString::fromUtf8(bytes);
     if (!key.isEmpty() && key.toUtf8().size() <= platform::UbiquitousKeyValueStore::maximumKeyLength) {
         const QString file = names::fileNameForKey(key);
-        if (names::isSyncEngineFile(file) || file.contains(QLatin1Char('/')) || names::keyForFileName(file) != key)
+        if (names::isSyncEngineFile(file) || file.contains(QLatin1Char('/')) ||
+            names::keyForFileName(file) != key)
             abort();
     }
     return 0;

@@ -69,11 +69,12 @@ void iCloudManager::start() {
     platform::UbiquitousKeyValueStore* store = ubiquitousStore();
     store->synchronize();
     platform::NotificationCenter::defaultCenter().addObserver(
-        this, "storeDidChangeExternally", platform::UbiquitousKeyValueStoreDidChangeExternallyNotification, store);
+        this, "storeDidChangeExternally", platform::UbiquitousKeyValueStoreDidChangeExternallyNotification,
+        store);
     PLXDarwinNotificationCenter::otpDarwinNotificationCenter()->addObserver(this, "iCloudSettingsChanged",
-                                                                             settingsDarwinNotification);
+                                                                            settingsDarwinNotification);
     PLXDarwinNotificationCenter::otpDarwinNotificationCenter()->addObserver(this, "iCloudAskEachTimeChanged",
-                                                                             askEachTimeDarwinNotification);
+                                                                            askEachTimeDarwinNotification);
     if (iCloudEnabled())
         updateTokenRecordsFromiCloud(true);
     started_ = true;

@@ -27,8 +27,7 @@ const QStringList& tokenArchiveClasses() {
 }
 
 // Runs a throwing operation for a caller that wants an error object instead.
-template <typename Operation>
-bool reporting(platform::Error* error, Operation operation) {
+template <typename Operation> bool reporting(platform::Error* error, Operation operation) {
     try {
         operation();
         return true;
@@ -44,7 +43,8 @@ std::optional<QByteArray> iCloudManager::storedEncryptedTokenData() {
     return ubiquitousStore()->dataForKey(tokensKey);
 }
 
-std::optional<iCloudManager::TokenRecords> iCloudManager::decryptTokenDataWithPassword(const QString& password) {
+std::optional<iCloudManager::TokenRecords>
+iCloudManager::decryptTokenDataWithPassword(const QString& password) {
     const std::optional<QByteArray> data = storedEncryptedTokenData();
     if (!data)
         return std::nullopt;
@@ -107,8 +107,9 @@ void iCloudManager::updateTokenRecordsFromiCloud(bool notify) {
             return;
         passcode_.reset();
         setLastError(reason);
-        platform::NotificationCenter::defaultCenter().post(couldNotRetrieveTokenRecordsNotification, this,
-                                                           {{errorReasonKey, iCloudManagerErrorRawValue(reason)}});
+        platform::NotificationCenter::defaultCenter().post(
+            couldNotRetrieveTokenRecordsNotification, this,
+            {{errorReasonKey, iCloudManagerErrorRawValue(reason)}});
     };
     tokenRecords_.reset();
     if (!storedEncryptedTokenData())
@@ -125,7 +126,8 @@ void iCloudManager::updateTokenRecordsFromiCloud(bool notify) {
             if (failure.error())
                 return fail(*failure.error());
             const platform::Error error = failure.toPlatformError();
-            if (error.domain == FXKeychainErrorDomain && error.code == platform::KeychainStatusCode::itemNotFound)
+            if (error.domain == FXKeychainErrorDomain &&
+                error.code == platform::KeychainStatusCode::itemNotFound)
                 return fail(Error::incorrectPassword);
             return; // the keychain is unavailable for now: nothing to tell the user yet
         }

@@ -108,7 +108,8 @@ std::optional<platform::KeychainAccess> iCloudManager::secAccess() const {
     // The widget is installed beside the program (both in the same bin folder).
     QString widget;
     const QString widgetPath = QFileInfo(program).absolutePath() + QLatin1Char('/') + widgetProgramName;
-    if (const platform::KeychainStatus status = KeychainServices::trustedApplicationCreateFromPath(widgetPath, &widget);
+    if (const platform::KeychainStatus status =
+            KeychainServices::trustedApplicationCreateFromPath(widgetPath, &widget);
         status != platform::KeychainStatusCode::success) {
         printStatus(status);
         return std::nullopt;

@@ -46,30 +46,32 @@ void runCommand(const QStringList& words) {
         else if (command == QLatin1String("passcode"))
             manager->setPasscode(words.value(1));
         else if (command == QLatin1String("saved"))
-            manager->setSavedPasscode(words.value(1) == QLatin1String("-") ? std::nullopt : std::optional(words.value(1)));
+            manager->setSavedPasscode(words.value(1) == QLatin1String("-") ? std::nullopt
+                                                                           : std::optional(words.value(1)));
         else if (command == QLatin1String("records"))
             return say(QStringLiteral("records ") + synctest::summary(manager->tokenRecords()));
         else if (command == QLatin1String("stored"))
             return say(QStringLiteral("records ") +
                        synctest::summary(manager->decryptTokenDataWithPassword(words.value(1))));
         else if (command == QLatin1String("keys"))
-            return say(QStringLiteral("keys ") + platform::UbiquitousKeyValueStore::defaultStore()->allKeys().join(','));
+            return say(QStringLiteral("keys ") +
+                       platform::UbiquitousKeyValueStore::defaultStore()->allKeys().join(','));
         else
             return say(QStringLiteral("error unknown command ") + command);
         say(QStringLiteral("ok ") + command);
     } catch (const iCloudManager::Failure& failure) {
-        say(QStringLiteral("error ") +
-            (failure.error() ? iCloudManagerErrorRawValue(*failure.error()) : failure.toPlatformError().description()));
+        say(QStringLiteral("error ") + (failure.error() ? iCloudManagerErrorRawValue(*failure.error())
+                                                        : failure.toPlatformError().description()));
     }
 }
 
 void reportEvents() {
     iCloudManager* manager = iCloudManager::sharedManager();
     auto& center = platform::NotificationCenter::defaultCenter();
-    (void)center.addObserver(iCloudManager::tokenRecordsDidChangeExternallyNotification, manager, nullptr,
-                             [manager](const auto&) {
-                                 say(QStringLiteral("event records ") + synctest::summary(manager->tokenRecords()));
-                             });
+    (void)center.addObserver(
+        iCloudManager::tokenRecordsDidChangeExternallyNotification, manager, nullptr, [manager](const auto&) {
+            say(QStringLiteral("event records ") + synctest::summary(manager->tokenRecords()));
+        });
     (void)center.addObserver(iCloudManager::couldNotRetrieveTokenRecordsNotification, manager, nullptr,
                              [](const platform::Notification& n) {
                                  say(QStringLiteral("event failed ") +
@@ -89,8 +91,10 @@ void reportEvents() {
     for (int i = 0; i < count; ++i) {
         QVariantList tokens;
         for (const auto& record : synctest::sampleRecords(4, 30000, QString::number(i)))
-            tokens.append(QVariant::fromValue(std::shared_ptr<marlockCommon::SecureCoding>(record.toOTPToken())));
-        containers.push_back(RNCryptor::encrypt(jr_archivedDataWithRootObject(tokens, true).value(), passcode));
+            tokens.append(
+                QVariant::fromValue(std::shared_ptr<marlockCommon::SecureCoding>(record.toOTPToken())));
+        containers.push_back(
+            RNCryptor::encrypt(jr_archivedDataWithRootObject(tokens, true).value(), passcode));
     }
     auto* store = platform::UbiquitousKeyValueStore::defaultStore();
     for (size_t i = 0;; ++i) {
@@ -112,7 +116,8 @@ int main(int argc, char** argv) {
     // Commands are read on a thread of their own and carried out on the main thread.
     std::thread([] {
         for (std::string line; std::getline(std::cin, line);)
-            platform::dispatchAsyncMain([words = QString::fromStdString(line).split(QLatin1Char(' '))] { runCommand(words); });
+            platform::dispatchAsyncMain(
+                [words = QString::fromStdString(line).split(QLatin1Char(' '))] { runCommand(words); });
         platform::dispatchAsyncMain([] { QCoreApplication::quit(); });
     }).detach();
     return app.exec();

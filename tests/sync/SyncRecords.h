@@ -32,7 +32,9 @@ inline QString summary(const std::optional<iCloudManager::TokenRecords>& records
     QCryptographicHash hash(QCryptographicHash::Sha256);
     for (const marlockCommon::TokenRecord& r : *records)
         hash.addData((r.issuer + QLatin1Char('\n') + r.account + QLatin1Char('\n')).toUtf8() + r.secret);
-    return QStringLiteral("%1:%2").arg(records->size()).arg(QString::fromLatin1(hash.result().toHex().left(12)));
+    return QStringLiteral("%1:%2")
+        .arg(records->size())
+        .arg(QString::fromLatin1(hash.result().toHex().left(12)));
 }
 
 } // namespace synctest

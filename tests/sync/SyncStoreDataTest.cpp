@@ -25,7 +25,9 @@ protected:
         manager->enableiCloudWithPassword(QStringLiteral("passcode"), true);
         manager->start();
     }
-    void deliver(const QByteArray& content) { cloudtest::deliverFile(stores.folder, QStringLiteral("tokens"), content); }
+    void deliver(const QByteArray& content) {
+        cloudtest::deliverFile(stores.folder, QStringLiteral("tokens"), content);
+    }
 
     ManagerStores stores;
     std::unique_ptr<iCloudManager> manager = stores.makeManager();
@@ -35,12 +37,15 @@ protected:
 TEST_F(SyncStoreData, AContainerWrittenByAnotherProgramIsPickedUpAndOpened) {
     QProcess python;
     const QString archivePath = stores.home.path() + QStringLiteral("/archive");
-    python.start(QStringLiteral("python3"), {QStringLiteral(MARLOCK_SOURCE_DIR "/tests/sync/interop/token_archive.py"), archivePath});
-    ASSERT_TRUE(python.waitForFinished() && python.exitCode() == 0) << python.readAllStandardError().toStdString();
+    python.start(QStringLiteral("python3"),
+                 {QStringLiteral(MARLOCK_SOURCE_DIR "/tests/sync/interop/token_archive.py"), archivePath});
+    ASSERT_TRUE(python.waitForFinished() && python.exitCode() == 0)
+        << python.readAllStandardError().toStdString();
     QFile archive(archivePath);
     ASSERT_TRUE(archive.open(QIODevice::ReadOnly));
-    deliver(reference::encryptWithPassword(archive.readAll(), QStringLiteral("passcode"), reference::pattern(8, 1),
-                                           reference::pattern(8, 2), reference::pattern(16, 3)));
+    deliver(reference::encryptWithPassword(archive.readAll(), QStringLiteral("passcode"),
+                                           reference::pattern(8, 1), reference::pattern(8, 2),
+                                           reference::pattern(16, 3)));
 
     ASSERT_TRUE(testsupport::waitUntil([&] { return manager->tokenRecords().has_value(); }));
     const auto& records = *manager->tokenRecords();
@@ -66,8 +71,9 @@ TEST_F(SyncStoreData, DamagedOrForeignDataIsReportedAndLosesNothingElse) {
     const std::vector<std::pair<const char*, QByteArray>> damaged = {
         {"truncated", good.left(good.size() - 7)},
         {"one bit flipped", flipped},
-        {"under another passcode", reference::encryptWithPassword("x", QStringLiteral("other"), reference::pattern(8, 4),
-                                                                  reference::pattern(8, 5), reference::pattern(16, 6))},
+        {"under another passcode",
+         reference::encryptWithPassword("x", QStringLiteral("other"), reference::pattern(8, 4),
+                                        reference::pattern(8, 5), reference::pattern(16, 6))},
         {"not a container", "{\"tokens\": []}"},
         {"empty", QByteArray()},
         {"over the store's limit", QByteArray(platform::UbiquitousKeyValueStore::maximumValueSize + 1, 'x')},
@@ -76,9 +82,11 @@ TEST_F(SyncStoreData, DamagedOrForeignDataIsReportedAndLosesNothingElse) {
         SCOPED_TRACE(what);
         heard.clear();
         deliver(bytes);
-        ASSERT_TRUE(testsupport::waitUntil([&] { return heard.names.contains(iCloudManager::couldNotRetrieveTokenRecordsNotification); }));
+        ASSERT_TRUE(testsupport::waitUntil(
+            [&] { return heard.names.contains(iCloudManager::couldNotRetrieveTokenRecordsNotification); }));
         const bool oversized = bytes.size() > platform::UbiquitousKeyValueStore::maximumValueSize;
-        EXPECT_EQ(heard.reasons.last(), oversized ? QStringLiteral("iCloudNotEnabled") : QStringLiteral("IncorrectPassword"));
+        EXPECT_EQ(heard.reasons.last(),
+                  oversized ? QStringLiteral("iCloudNotEnabled") : QStringLiteral("IncorrectPassword"));
         EXPECT_EQ(manager->tokenRecords(), std::nullopt);
         // Nothing else suffers: sync stays on, the saved passcode and the other values stay.
         EXPECT_TRUE(manager->iCloudEnabled());
@@ -97,7 +105,8 @@ TEST_F(SyncStoreData, AWriterKilledMidWriteNeverLeavesATornValue) {
     int opened = 0;
     for (int trial = 0; trial < trials; ++trial) {
         {
-            PeerProcess writer({QStringLiteral("hammer"), QStringLiteral("passcode"), QStringLiteral("3")}, environment);
+            PeerProcess writer({QStringLiteral("hammer"), QStringLiteral("passcode"), QStringLiteral("3")},
+                               environment);
             ASSERT_TRUE(writer.waitFor(QStringLiteral("ready"), 30s)) << writer.transcript().toStdString();
             QThread::usleep(QRandomGenerator::global()->bounded(20000));
             ::kill(static_cast<pid_t>(writer.process().processId()), SIGKILL);
@@ -105,7 +114,8 @@ TEST_F(SyncStoreData, AWriterKilledMidWriteNeverLeavesATornValue) {
         }
         QFile file(stores.folder + QStringLiteral("/tokens"));
         ASSERT_TRUE(file.open(QIODevice::ReadOnly)) << "trial " << trial;
-        const std::optional<QByteArray> archive = reference::decryptWithPassword(file.readAll(), QStringLiteral("passcode"));
+        const std::optional<QByteArray> archive =
+            reference::decryptWithPassword(file.readAll(), QStringLiteral("passcode"));
         ASSERT_TRUE(archive.has_value()) << "trial " << trial << " left a value that does not open";
         opened += jr_unarchiveData(*archive, true, {QStringLiteral("OTPToken")}).has_value();
     }

@@ -20,11 +20,11 @@ namespace synctest {
 class ManagerNotifications {
 public:
     explicit ManagerNotifications(const iCloudManager* manager) {
-        for (const QString& name :
-             {iCloudManager::didChangeSettingsNotification, iCloudManager::didChangeSettingsExternallyNotification,
-              iCloudManager::tokenRecordsDidChangeExternallyNotification,
-              iCloudManager::didChangeAskEachTimeExternallyNotification,
-              iCloudManager::couldNotRetrieveTokenRecordsNotification})
+        for (const QString& name : {iCloudManager::didChangeSettingsNotification,
+                                    iCloudManager::didChangeSettingsExternallyNotification,
+                                    iCloudManager::tokenRecordsDidChangeExternallyNotification,
+                                    iCloudManager::didChangeAskEachTimeExternallyNotification,
+                                    iCloudManager::couldNotRetrieveTokenRecordsNotification})
             tokens_.push_back(platform::NotificationCenter::defaultCenter().addObserver(
                 name, manager, nullptr, [this](const platform::Notification& n) {
                     names.append(n.name);
@@ -53,11 +53,12 @@ private:
 // this test's own, removed afterwards (the keychain item too, also when the test fails).
 class ManagerStores {
 public:
-    explicit ManagerStores(std::shared_ptr<platform::KeychainServices> keychain = platform::KeychainServices::shared())
+    explicit ManagerStores(
+        std::shared_ptr<platform::KeychainServices> keychain = platform::KeychainServices::shared())
         : keychain_(std::move(keychain)) {}
     ~ManagerStores() {
-        (void)keychain_->itemDelete(platform::KeychainQuery{platform::KeychainClass::genericPassword, service,
-                                                            std::nullopt});
+        (void)keychain_->itemDelete(
+            platform::KeychainQuery{platform::KeychainClass::genericPassword, service, std::nullopt});
     }
     ManagerStores(const ManagerStores&) = delete;
     ManagerStores& operator=(const ManagerStores&) = delete;

@@ -47,7 +47,8 @@ public:
             QDir().mkpath(path(QString::fromLatin1(sub)));
         QFile::setPermissions(path("runtime"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         env_ = QProcessEnvironment::systemEnvironment();
-        for (const char* unset : {"DBUS_SESSION_BUS_ADDRESS", "DISPLAY", "WAYLAND_DISPLAY", "MARLOCK_IN_SESSION"})
+        for (const char* unset :
+             {"DBUS_SESSION_BUS_ADDRESS", "DISPLAY", "WAYLAND_DISPLAY", "MARLOCK_IN_SESSION"})
             env_.remove(QString::fromLatin1(unset));
         env_.insert("HOME", path("home"));
         env_.insert("XDG_RUNTIME_DIR", path("runtime"));
@@ -73,8 +74,8 @@ public:
     // A session bus and an unlocked throw-away keyring of this computer's own.
     bool startSession() {
         bus_.setProcessEnvironment(env_);
-        bus_.start("dbus-daemon", {"--session", "--nofork", "--print-address=1",
-                                   "--address=unix:dir=" + path("runtime")});
+        bus_.start("dbus-daemon",
+                   {"--session", "--nofork", "--print-address=1", "--address=unix:dir=" + path("runtime")});
         if (!bus_.waitForReadyRead(10000))
             return false;
         const QString address = QString::fromUtf8(bus_.readLine()).trimmed();
@@ -139,9 +140,7 @@ public:
                                        "--no-upgrade"});
     }
 
-    void startProduct() {
-        peer = std::make_unique<PeerProcess>(QStringList{}, env_);
-    }
+    void startProduct() { peer = std::make_unique<PeerProcess>(QStringList{}, env_); }
 
     std::unique_ptr<PeerProcess> peer;
 
@@ -155,7 +154,8 @@ private:
 
 // Waits until `peer` reports the records `records` read after a change from elsewhere; returns
 // the seconds it took, or a negative number.
-double secondsUntilRecords(Device& device, const iCloudManager::TokenRecords& records, QDeadlineTimer budget) {
+double secondsUntilRecords(Device& device, const iCloudManager::TokenRecords& records,
+                           QDeadlineTimer budget) {
     QElapsedTimer elapsed;
     elapsed.start();
     const bool arrived = device.peer->waitFor(QStringLiteral("event records ") + summary(records),
@@ -210,13 +210,15 @@ TEST(SyncTwoDevices, RecordsTravelThroughSyncthingBothWaysAndSettleAfterSimultan
             return settled == b.peer->records(stored) && candidates.contains(settled);
         },
         std::chrono::milliseconds(budget.remainingTime()));
-    ASSERT_TRUE(agreed) << "A: " << a.peer->records(stored).toStdString() << " B: " << b.peer->records(stored).toStdString();
+    ASSERT_TRUE(agreed) << "A: " << a.peer->records(stored).toStdString()
+                        << " B: " << b.peer->records(stored).toStdString();
     // The device whose write lost has read the winner; the winner keeps what it read before.
     EXPECT_TRUE(a.peer->records() == settled || b.peer->records() == settled);
     for (Device* device : {&a, &b}) {
         device->peer->clear();
         device->peer->send(QStringLiteral("keys"));
-        EXPECT_TRUE(device->peer->waitFor(QStringLiteral("keys tokens"))) << device->peer->transcript().toStdString();
+        EXPECT_TRUE(device->peer->waitFor(QStringLiteral("keys tokens")))
+            << device->peer->transcript().toStdString();
     }
     const QStringList conflicts = QDir(a.path("cloud")).entryList({"*sync-conflict*"}, QDir::Files) +
                                   QDir(b.path("cloud")).entryList({"*sync-conflict*"}, QDir::Files);

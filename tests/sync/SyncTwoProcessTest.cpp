@@ -27,14 +27,16 @@ TEST(SyncTwoProcesses, TheWidgetFollowsTheAppAndTheAppSwallowsItsOwnEchoes) {
 
     // Sync switched on here: the widget reads, finds no data yet and says so.
     app->enableiCloudWithPassword(QStringLiteral("shared-passcode"), true);
-    ASSERT_TRUE(widget.waitFor(QStringLiteral("event failed iCloudNotEnabled"))) << widget.transcript().toStdString();
+    ASSERT_TRUE(widget.waitFor(QStringLiteral("event failed iCloudNotEnabled")))
+        << widget.transcript().toStdString();
     ASSERT_TRUE(widget.waitFor(QStringLiteral("event settings-external")));
 
     // Records set here reach the widget at once, read with the passcode from the keychain.
     const auto records = sampleRecords(5, 20, QStringLiteral("app"));
     widget.clear();
     app->setTokenRecords(records);
-    ASSERT_TRUE(widget.waitFor(QStringLiteral("event records ") + summary(records))) << widget.transcript().toStdString();
+    ASSERT_TRUE(widget.waitFor(QStringLiteral("event records ") + summary(records)))
+        << widget.transcript().toStdString();
     EXPECT_EQ(widget.records(), summary(records));
     EXPECT_FALSE(widget.transcript().contains(QLatin1String("failed"))) << widget.transcript().toStdString();
     testsupport::spinEventLoop(300ms);
@@ -45,7 +47,8 @@ TEST(SyncTwoProcesses, TheWidgetFollowsTheAppAndTheAppSwallowsItsOwnEchoes) {
     ASSERT_TRUE(widget.run(QStringLiteral("passcode shared-passcode")));
     widget.clear();
     app->setSavedPasscode(std::nullopt);
-    ASSERT_TRUE(widget.waitFor(QStringLiteral("event askeachtime-external none"))) << widget.transcript().toStdString();
+    ASSERT_TRUE(widget.waitFor(QStringLiteral("event askeachtime-external none")))
+        << widget.transcript().toStdString();
     EXPECT_EQ(widget.records(), QStringLiteral("none")) << "nothing to read with until the user answers";
 }
 

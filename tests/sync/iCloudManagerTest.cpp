@@ -34,7 +34,8 @@ public:
     platform::KeychainStatus add(const platform::KeychainRecord& record) override {
         return failWrites ? failWrites : memory_->add(record);
     }
-    platform::KeychainStatus update(const platform::KeychainQuery& q, const platform::KeychainAttributes& a) override {
+    platform::KeychainStatus update(const platform::KeychainQuery& q,
+                                    const platform::KeychainAttributes& a) override {
         return failWrites ? failWrites : memory_->update(q, a);
     }
     platform::KeychainStatus remove(const platform::KeychainQuery& q) override {
@@ -62,19 +63,23 @@ public: // the failure table's rows reach in
 
     std::optional<QByteArray> tokenData() { return stores.store.dataForKey(QStringLiteral("tokens")); }
     void storeTokenData(const QByteArray& data) { stores.store.setData(data, QStringLiteral("tokens")); }
-    QVariant savedPasscode() { return stores.makeKeychain()->objectForKey(QStringLiteral("iCloudDecryptionPassword")); }
+    QVariant savedPasscode() {
+        return stores.makeKeychain()->objectForKey(QStringLiteral("iCloudDecryptionPassword"));
+    }
 };
 
 TEST(SyncManagerError, RawValuesAreExactAndBridgeToPlatformErrors) {
-    const std::vector<std::pair<Error, QString>> cases = {{Error::tokenDataInvalid, "TokenDataInvalid"},
-                                                          {Error::iCloudNotEnabled, "iCloudNotEnabled"},
-                                                          {Error::incorrectPassword, "IncorrectPassword"},
-                                                          {Error::keychainAccessDenied, "KeychainAccessDenied"}};
+    const std::vector<std::pair<Error, QString>> cases = {
+        {Error::tokenDataInvalid, "TokenDataInvalid"},
+        {Error::iCloudNotEnabled, "iCloudNotEnabled"},
+        {Error::incorrectPassword, "IncorrectPassword"},
+        {Error::keychainAccessDenied, "KeychainAccessDenied"}};
     for (const auto& [error, raw] : cases) {
         EXPECT_EQ(iCloudManagerErrorRawValue(error), raw);
         EXPECT_EQ(iCloudManagerErrorFromRawValue(raw), error);
         const platform::Error bridged = iCloudManager::Failure(error);
-        EXPECT_EQ(bridged, platform::Error("marlockCompanionCommon.iCloudManager.Error", static_cast<int>(error)));
+        EXPECT_EQ(bridged,
+                  platform::Error("marlockCompanionCommon.iCloudManager.Error", static_cast<int>(error)));
     }
     for (const char* unknown : {"incorrectPassword", "ICloudNotEnabled", "", "IncorrectPassword "})
         EXPECT_EQ(iCloudManagerErrorFromRawValue(QString::fromUtf8(unknown)), std::nullopt) << unknown;
@@ -118,8 +123,9 @@ TEST_F(SyncManager, EnabledSyncPublishesRecordsThatAnotherManagerReadsBack) {
     EXPECT_EQ(manager->decryptTokenDataWithPassword(QStringLiteral("wrong")), std::nullopt);
 
     // What is stored is a container of a token archive, as any other reader would open it.
-    const auto root = jr_unarchiveData(RNCryptor::decrypt(tokenData().value(), QStringLiteral("correct horse")),
-                                       true, {QStringLiteral("OTPToken")});
+    const auto root =
+        jr_unarchiveData(RNCryptor::decrypt(tokenData().value(), QStringLiteral("correct horse")), true,
+                         {QStringLiteral("OTPToken")});
     ASSERT_TRUE(root && root->toList().size() == 3);
 
     auto other = stores.makeManager();
@@ -151,14 +157,20 @@ TEST_F(SyncManager, FailedReadsAreRecordedAnnouncedAndForgetThePasscode) {
         {"data under another passcode",
          [](SyncManager& t) { t.storeTokenData(RNCryptor::encrypt("x", QStringLiteral("other"))); },
          Error::incorrectPassword},
-        {"data that is no container", [](SyncManager& t) { t.storeTokenData("plain text"); }, Error::incorrectPassword},
+        {"data that is no container", [](SyncManager& t) { t.storeTokenData("plain text"); },
+         Error::incorrectPassword},
         {"a truncated container",
-         [&](SyncManager& t) { t.storeTokenData(goodData.left(goodData.size() - 1)); }, Error::incorrectPassword},
+         [&](SyncManager& t) { t.storeTokenData(goodData.left(goodData.size() - 1)); },
+         Error::incorrectPassword},
         {"a container of no archive",
-         [](SyncManager& t) { t.storeTokenData(RNCryptor::encrypt("not an archive", QStringLiteral("right"))); },
+         [](SyncManager& t) {
+             t.storeTokenData(RNCryptor::encrypt("not an archive", QStringLiteral("right")));
+         },
          Error::incorrectPassword},
         {"the saved passcode is gone",
-         [](SyncManager& t) { ASSERT_TRUE(t.stores.makeKeychain()->removeObjectForKey("iCloudDecryptionPassword")); },
+         [](SyncManager& t) {
+             ASSERT_TRUE(t.stores.makeKeychain()->removeObjectForKey("iCloudDecryptionPassword"));
+         },
          Error::incorrectPassword},
         {"asked each time, not entered yet",
          [](SyncManager& t) {
@@ -207,7 +219,8 @@ TEST_F(SyncManager, KeychainFailuresAreMappedOrPassedThrough) {
     auto* keychain = new FailingKeychain; // owned by the services below
     auto services =
         std::make_shared<platform::KeychainServices>(std::unique_ptr<platform::KeychainBackend>(keychain));
-    iCloudManager failingManager(stores.suite, std::make_unique<FXKeychain>(stores.service, stores.service, 0, services),
+    iCloudManager failingManager(stores.suite,
+                                 std::make_unique<FXKeychain>(stores.service, stores.service, 0, services),
                                  &stores.store);
     ManagerNotifications failingHeard(&failingManager);
     failingManager.enableiCloudWithPassword(QStringLiteral("right"), true);
@@ -261,7 +274,8 @@ TEST_F(SyncManager, WritesRefuseWhatTheyCannotDoAndStoreNothing) {
         const auto archiveSize = [](int secret) {
             QVariantList tokens;
             for (const auto& r : sampleRecords(1, secret))
-                tokens.append(QVariant::fromValue(std::shared_ptr<marlockCommon::SecureCoding>(r.toOTPToken())));
+                tokens.append(
+                    QVariant::fromValue(std::shared_ptr<marlockCommon::SecureCoding>(r.toOTPToken())));
             return jr_archivedDataWithRootObject(tokens, true).value().size();
         };
         int secret = 511000;
@@ -286,7 +300,8 @@ TEST_F(SyncManager, ChangingThePasscodeReKeysTheData) {
 
     // The saved passcode must open the data before anything is re-keyed.
     storeTokenData(RNCryptor::encrypt("x", QStringLiteral("someone else's")));
-    EXPECT_EQ(thrownError([&] { manager->changePassword(QStringLiteral("newer")); }), Error::incorrectPassword);
+    EXPECT_EQ(thrownError([&] { manager->changePassword(QStringLiteral("newer")); }),
+              Error::incorrectPassword);
     EXPECT_EQ(savedPasscode(), QStringLiteral("new"));
 }
 
@@ -337,17 +352,20 @@ TEST_F(SyncManager, OwnEchoesAreSwallowedAndTheOtherProcessesChangesApplied) {
     heard.clear();
     stores.suite->setBool(false, QStringLiteral("iCloudEnabled"));
     darwin->postNotificationName(settingsDarwin);
-    ASSERT_TRUE(waitUntil([&] { return heard.names.contains(iCloudManager::didChangeSettingsExternallyNotification); }));
+    ASSERT_TRUE(waitUntil(
+        [&] { return heard.names.contains(iCloudManager::didChangeSettingsExternallyNotification); }));
     EXPECT_EQ(manager->tokenRecords(), std::nullopt);
     manager->setPasscode(QStringLiteral("typed"));
     EXPECT_EQ(heard.names.size(), 1) << "a passcode set while sync is off reads nothing";
     darwin->postNotificationName(askEachTimeDarwin);
-    ASSERT_TRUE(waitUntil([&] { return heard.names.contains(iCloudManager::didChangeAskEachTimeExternallyNotification); }));
+    ASSERT_TRUE(waitUntil(
+        [&] { return heard.names.contains(iCloudManager::didChangeAskEachTimeExternallyNotification); }));
     EXPECT_EQ(manager->passcode(), std::nullopt);
 
     // Our own ask-each-time change is told to others only, and its echo swallowed.
     int askArrivals = 0;
-    auto askToken = darwin->addObserverForName(askEachTimeDarwin, nullptr, [&](const auto&) { ++askArrivals; });
+    auto askToken =
+        darwin->addObserverForName(askEachTimeDarwin, nullptr, [&](const auto&) { ++askArrivals; });
     heard.clear();
     manager->setSavedPasscode(QStringLiteral("x"));
     ASSERT_TRUE(waitUntil([&] { return askArrivals == 1; }));
@@ -371,9 +389,10 @@ TEST_F(SyncManager, ThePasscodeIsSavedWithAnAccessObjectForBothPrograms) {
               (QStringList{self, QFileInfo(self).absolutePath() + QStringLiteral("/marlock-today")}));
     EXPECT_FALSE(access.label.isEmpty());
     std::unique_ptr<platform::KeychainItem> item;
-    ASSERT_EQ(platform::KeychainServices::shared()->copyMatchingItem(
-                  {platform::KeychainClass::genericPassword, stores.service, "iCloudDecryptionPassword"}, &item),
-              Code::success);
+    ASSERT_EQ(
+        platform::KeychainServices::shared()->copyMatchingItem(
+            {platform::KeychainClass::genericPassword, stores.service, "iCloudDecryptionPassword"}, &item),
+        Code::success);
     EXPECT_EQ(item->access, access);
 
     // A saved value that is no string is no passcode: nothing can be written with it.
@@ -399,7 +418,8 @@ TEST_F(SyncManagerDeathTest, ImpossibleStatesStopTheProcess) {
     EXPECT_DEATH((void)manager->decryptTokenDataWithPassword(QStringLiteral("pw")), "to 'NSArray<OTPToken>'");
 
     ASSERT_TRUE(stores.makeKeychain()->setObject(QString(""), QStringLiteral("iCloudDecryptionPassword")));
-    EXPECT_DEATH(manager->setTokenRecords(sampleRecords(1)), "An empty passcode reached the token encryption");
+    EXPECT_DEATH(manager->setTokenRecords(sampleRecords(1)),
+                 "An empty passcode reached the token encryption");
 }
 
 } // namespace

@@ -80,7 +80,8 @@ QHash<QString, QByteArray> UbiquitousKeyValueMemoryCloud::values() const {
     return d->values;
 }
 
-void UbiquitousKeyValueMemoryCloud::writeFromElsewhere(const QString& key, const std::optional<QByteArray>& value) {
+void UbiquitousKeyValueMemoryCloud::writeFromElsewhere(const QString& key,
+                                                       const std::optional<QByteArray>& value) {
     store(key, value);
 }
 

@@ -61,17 +61,19 @@ public:
 
     void write(const QString& key, const std::optional<QByteArray>& value) {
         if (key.isEmpty() || keyLength(key) > maximumKeyLength) {
-            systemLog(QStringLiteral("Cloud key-value store: refused the key \"%1\": keys are 1 to %2 UTF-8 bytes")
-                          .arg(key)
-                          .arg(maximumKeyLength));
+            systemLog(
+                QStringLiteral("Cloud key-value store: refused the key \"%1\": keys are 1 to %2 UTF-8 bytes")
+                    .arg(key)
+                    .arg(maximumKeyLength));
             return;
         }
         if (value && (value->size() > maximumValueSize || totalWith(key, *value) > maximumTotalSize)) {
-            systemLog(QStringLiteral("Cloud key-value store: refused %1 bytes under \"%2\": over the quota of "
-                                     "%3 bytes per value and for the whole store")
-                          .arg(value->size())
-                          .arg(key)
-                          .arg(maximumValueSize));
+            systemLog(
+                QStringLiteral("Cloud key-value store: refused %1 bytes under \"%2\": over the quota of "
+                               "%3 bytes per value and for the whole store")
+                    .arg(value->size())
+                    .arg(key)
+                    .arg(maximumValueSize));
             announce(Reason::quotaViolationChange, key);
             return;
         }

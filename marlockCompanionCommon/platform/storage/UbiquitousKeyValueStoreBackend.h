@@ -78,7 +78,8 @@ public:
 //
 //   auto cloud = platform::UbiquitousKeyValueMemoryCloud::create();
 //   platform::UbiquitousKeyValueStore a(cloud->makeBackend()), b(cloud->makeBackend());
-class MCC_EXPORT UbiquitousKeyValueMemoryCloud : public std::enable_shared_from_this<UbiquitousKeyValueMemoryCloud> {
+class MCC_EXPORT UbiquitousKeyValueMemoryCloud
+    : public std::enable_shared_from_this<UbiquitousKeyValueMemoryCloud> {
 public:
     static std::shared_ptr<UbiquitousKeyValueMemoryCloud> create();
     ~UbiquitousKeyValueMemoryCloud();

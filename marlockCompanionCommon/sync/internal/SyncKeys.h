@@ -15,7 +15,8 @@ inline const QString passwordKey = QStringLiteral("iCloudDecryptionPassword");
 // The encrypted token data's key in the cloud store.
 inline const QString tokensKey = QStringLiteral("tokens");
 // The names told to the other process.
-inline const QString settingsDarwinNotification = QStringLiteral("iCloudManagerDidChangeSettingsDarwinNotification");
+inline const QString settingsDarwinNotification =
+    QStringLiteral("iCloudManagerDidChangeSettingsDarwinNotification");
 inline const QString askEachTimeDarwinNotification =
     QStringLiteral("iCloudManagerDidChangeAskEachTimeDarwinNotification");
 

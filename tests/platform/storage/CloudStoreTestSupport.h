@@ -27,8 +27,9 @@ public:
         token_ = platform::NotificationCenter::defaultCenter().addObserver(
             platform::UbiquitousKeyValueStoreDidChangeExternallyNotification, store, nullptr,
             [this](const platform::Notification& n) {
-                heard.push_back({n.userInfo.value(platform::UbiquitousKeyValueStoreChangeReasonKey).toLongLong(),
-                                 n.userInfo.value(platform::UbiquitousKeyValueStoreChangedKeysKey).toStringList()});
+                heard.push_back(
+                    {n.userInfo.value(platform::UbiquitousKeyValueStoreChangeReasonKey).toLongLong(),
+                     n.userInfo.value(platform::UbiquitousKeyValueStoreChangedKeysKey).toStringList()});
             });
     }
     ~Announcements() { platform::NotificationCenter::defaultCenter().removeObserver(token_); }
@@ -38,8 +39,9 @@ public:
     // Waits for an announcement with `reason` that names `key`.
     bool waitFor(qint64 reason, const QString& key) {
         return testsupport::waitUntil([&] {
-            return std::any_of(heard.begin(), heard.end(),
-                               [&](const Announcement& a) { return a.reason == reason && a.keys.contains(key); });
+            return std::any_of(heard.begin(), heard.end(), [&](const Announcement& a) {
+                return a.reason == reason && a.keys.contains(key);
+            });
         });
     }
 

@@ -28,7 +28,8 @@ protected:
     std::unique_ptr<UbiquitousKeyValueStore> makeStore() {
         if (inMemory())
             return std::make_unique<UbiquitousKeyValueStore>(cloud->makeBackend());
-        return std::make_unique<UbiquitousKeyValueStore>(makeFolderUbiquitousKeyValueStoreBackend(folder, true));
+        return std::make_unique<UbiquitousKeyValueStore>(
+            makeFolderUbiquitousKeyValueStoreBackend(folder, true));
     }
     // A write made by no store: another device's, delivered by the sync engine.
     void writeFromElsewhere(const QString& key, const QByteArray& value) {
@@ -63,7 +64,8 @@ TEST_P(StoreContract, AWriteIsReadBackAndAnnouncedToOtherStoresOnly) {
     ASSERT_TRUE(heardByB.waitFor(serverChange, QStringLiteral("tokens é/x")));
     ASSERT_TRUE(heardByB.waitFor(serverChange, QStringLiteral("empty")));
     EXPECT_EQ(b->dataForKey(QStringLiteral("tokens")), binary);
-    EXPECT_EQ(b->dataForKey(QStringLiteral("tokens é/x")), "final") << "the last write wins, not the first seen";
+    EXPECT_EQ(b->dataForKey(QStringLiteral("tokens é/x")), "final")
+        << "the last write wins, not the first seen";
     EXPECT_EQ(b->dataForKey(QStringLiteral("empty")), QByteArray());
 
     a->removeObjectForKey(QStringLiteral("empty"));
@@ -74,7 +76,8 @@ TEST_P(StoreContract, AWriteIsReadBackAndAnnouncedToOtherStoresOnly) {
     EXPECT_TRUE(heardByA.heard.empty()) << "a store's own writes are not announced back to it";
 
     auto later = makeStore();
-    EXPECT_EQ(later->dataForKey(QStringLiteral("tokens")), binary) << "values outlive the store that wrote them";
+    EXPECT_EQ(later->dataForKey(QStringLiteral("tokens")), binary)
+        << "values outlive the store that wrote them";
     QStringList keys = later->allKeys();
     keys.sort();
     EXPECT_EQ(keys, (QStringList{"tokens", "tokens é/x"}));
@@ -123,7 +126,8 @@ TEST_P(StoreContract, SizesOverThePlatformsLimitsAreRefusedAsQuotaViolations) {
     EXPECT_EQ(store->dataForKey(QStringLiteral("f")), "smaller") << "shrinking a value is always allowed";
 
     // A value over the limit written elsewhere is not taken in, and says why.
-    writeFromElsewhere(QStringLiteral("huge"), QByteArray(UbiquitousKeyValueStore::maximumValueSize + 1, 'h'));
+    writeFromElsewhere(QStringLiteral("huge"),
+                       QByteArray(UbiquitousKeyValueStore::maximumValueSize + 1, 'h'));
     ASSERT_TRUE(heard.waitFor(quotaViolation, QStringLiteral("huge")));
     EXPECT_EQ(store->dataForKey(QStringLiteral("huge")), std::nullopt);
 }
@@ -146,7 +150,7 @@ TEST_F(CloudFolder, FilesAreNamedByTheirKeysAndReadableByTheUserAlone) {
         {"~tilde", "%7Etilde"},
         {"a/b c%", "a%2Fb%20c%25"},
         {QStringLiteral("é✓"), "%C3%A9%E2%9C%93"},
-        {"x.part", "x%2Epart"},          // would look like a download in progress
+        {"x.part", "x%2Epart"},               // would look like a download in progress
         {"a_conflict-b", "a%5Fconflict%2Db"}, // would look like a conflict copy
     };
     {
@@ -154,8 +158,9 @@ TEST_F(CloudFolder, FilesAreNamedByTheirKeysAndReadableByTheUserAlone) {
         for (const auto& [key, file] : names)
             store.setData(key.toUtf8(), key);
     }
-    EXPECT_EQ(QFileInfo(folder).permissions() & 0x7777, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
-                                                            QFile::ReadUser | QFile::WriteUser | QFile::ExeUser);
+    EXPECT_EQ(QFileInfo(folder).permissions() & 0x7777, QFile::ReadOwner | QFile::WriteOwner |
+                                                            QFile::ExeOwner | QFile::ReadUser |
+                                                            QFile::WriteUser | QFile::ExeUser);
     for (const auto& [key, file] : names) {
         SCOPED_TRACE(key.toStdString());
         EXPECT_EQ(contentOf(folder + QLatin1Char('/') + file), key.toUtf8());
@@ -169,11 +174,21 @@ TEST_F(CloudFolder, FilesAreNamedByTheirKeysAndReadableByTheUserAlone) {
 
 TEST_F(CloudFolder, SyncEngineFilesAndForeignNamesAreNeitherKeysNorTouched) {
     ASSERT_TRUE(QDir().mkpath(folder));
-    const QStringList foreign = {
-        ".syncthing.tokens.tmp", "~syncthing~tokens.tmp", ".~lock.tokens#", "tokens.part", ".stignore",
-        ".sync_4f3e.db", "tokens.sync-conflict-20240101-120000-ABCDEFG", "tokens (conflicted copy 2024-01-01)",
-        "tokens_conflict-20240101-120000", "%2etokens", "a%4", "%C3", ".hidden", "with space",
-        "~marlock.tokens.1.0.tmp"};
+    const QStringList foreign = {".syncthing.tokens.tmp",
+                                 "~syncthing~tokens.tmp",
+                                 ".~lock.tokens#",
+                                 "tokens.part",
+                                 ".stignore",
+                                 ".sync_4f3e.db",
+                                 "tokens.sync-conflict-20240101-120000-ABCDEFG",
+                                 "tokens (conflicted copy 2024-01-01)",
+                                 "tokens_conflict-20240101-120000",
+                                 "%2etokens",
+                                 "a%4",
+                                 "%C3",
+                                 ".hidden",
+                                 "with space",
+                                 "~marlock.tokens.1.0.tmp"};
     for (const QString& name : foreign)
         cloudtest::deliverFile(folder, name, "engine's");
     ASSERT_TRUE(QDir(folder).mkdir(QStringLiteral(".stfolder")));

@@ -94,7 +94,8 @@ bool isSyncEngineFile(const QString& fileName) {
 }
 
 QString temporaryFileName(const QString& fileName, qint64 processId, quint32 random) {
-    return temporaryPrefix + fileName + QStringLiteral(".%1.%2.tmp").arg(processId).arg(random, 8, 16, QLatin1Char('0'));
+    return temporaryPrefix + fileName +
+           QStringLiteral(".%1.%2.tmp").arg(processId).arg(random, 8, 16, QLatin1Char('0'));
 }
 
 bool isTemporaryFile(const QString& fileName) {

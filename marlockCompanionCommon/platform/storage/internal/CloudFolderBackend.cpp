@@ -57,7 +57,8 @@ private:
 bool writeAll(int fd, const QByteArray& bytes) {
     qsizetype written = 0;
     while (written < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.constData() + written, static_cast<size_t>(bytes.size() - written));
+        const ssize_t n =
+            ::write(fd, bytes.constData() + written, static_cast<size_t>(bytes.size() - written));
         if (n < 0 && errno == EINTR)
             continue;
         if (n <= 0)
@@ -121,7 +122,8 @@ QHash<QString, QByteArray> CloudFolderBackend::open(Listener* listener) {
 bool CloudFolderBackend::attach() {
     const QByteArray folder = encodedPath(path_);
     struct stat info {};
-    if (::stat(folder.constData(), &info) != 0 && errno == ENOENT && createIfMissing_ && !makeFolders(path_)) {
+    if (::stat(folder.constData(), &info) != 0 && errno == ENOENT && createIfMissing_ &&
+        !makeFolders(path_)) {
         logProblem(QStringLiteral("cannot create the folder %1 (%2): reads are empty until it exists")
                        .arg(path_, errnoText(errno)));
         return false;
@@ -134,8 +136,8 @@ bool CloudFolderBackend::attach() {
     }
     ::closedir(dir);
     if (inotify_ >= 0) {
-        const uint32_t events =
-            IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+        const uint32_t events = IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_DELETE_SELF |
+                                IN_MOVE_SELF | IN_ONLYDIR;
         watch_ = ::inotify_add_watch(inotify_, folder.constData(), events);
         if (watch_ < 0) {
             logProblem(QStringLiteral("cannot watch the folder %1 (%2): reads are empty until it can")
@@ -255,14 +257,16 @@ void CloudFolderBackend::write(const QString& key, const std::optional<QByteArra
 // takes the key's name in one rename: a reader, a sync engine or a crash sees the old value or
 // the new one, never a mix. The folder is synced last so that the rename itself survives a crash.
 bool CloudFolderBackend::writeFile(const QString& fileName, const QByteArray& bytes) {
-    const QString temporary = path_ + QLatin1Char('/') +
-                              CloudFileNames::temporaryFileName(fileName, ::getpid(),
-                                                                QRandomGenerator::global()->generate());
+    const QString temporary =
+        path_ + QLatin1Char('/') +
+        CloudFileNames::temporaryFileName(fileName, ::getpid(), QRandomGenerator::global()->generate());
     const QByteArray temporaryPath = encodedPath(temporary);
     const QByteArray target = encodedPath(path_ + QLatin1Char('/') + fileName);
-    Descriptor fd(::open(temporaryPath.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    Descriptor fd(
+        ::open(temporaryPath.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     bool ok = fd.get() >= 0 && ::fchmod(fd.get(), 0600) == 0 && writeAll(fd.get(), bytes) &&
-              ::fsync(fd.get()) == 0 && fd.close() && ::rename(temporaryPath.constData(), target.constData()) == 0;
+              ::fsync(fd.get()) == 0 && fd.close() &&
+              ::rename(temporaryPath.constData(), target.constData()) == 0;
     const int error = errno;
     if (!ok) {
         (void)::unlink(temporaryPath.constData());
@@ -316,9 +320,9 @@ void CloudFolderBackend::drainEvents() {
                 continue; // a watch given up earlier
             if (event->mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT | IN_IGNORED)) {
                 gone = true;
-                why = (event->mask & IN_UNMOUNT) ? QStringLiteral("was unmounted")
+                why = (event->mask & IN_UNMOUNT)     ? QStringLiteral("was unmounted")
                       : (event->mask & IN_MOVE_SELF) ? QStringLiteral("was moved away")
-                                                      : QStringLiteral("was deleted");
+                                                     : QStringLiteral("was deleted");
             } else if (event->len > 0) {
                 changedNames_.insert(QFile::decodeName(event->name));
             }
@@ -378,8 +382,8 @@ void CloudFolderBackend::reportAll(Reason reason, const QHash<QString, QByteArra
 
 namespace platform {
 
-std::unique_ptr<UbiquitousKeyValueStoreBackend> makeFolderUbiquitousKeyValueStoreBackend(const QString& path,
-                                                                                         bool createIfMissing) {
+std::unique_ptr<UbiquitousKeyValueStoreBackend>
+makeFolderUbiquitousKeyValueStoreBackend(const QString& path, bool createIfMissing) {
     return std::make_unique<internal::CloudFolderBackend>(path, createIfMissing);
 }
 
