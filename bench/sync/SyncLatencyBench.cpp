@@ -86,24 +86,29 @@ private:
 };
 
 // The baseline: what the two processes do between them, done directly.
-qint64 directRoundNs(const iCloudManager::TokenRecords& records, const QString& passcode, const QString& path) {
+qint64 directRoundNs(const iCloudManager::TokenRecords& records, const QString& passcode,
+                     const QString& path) {
     const qint64 start = nowNs();
     QVariantList tokens;
     for (const auto& record : records)
         tokens.append(QVariant::fromValue(std::shared_ptr<marlockCommon::SecureCoding>(record.toOTPToken())));
-    const QByteArray container = RNCryptor::encrypt(jr_archivedDataWithRootObject(tokens, true).value(), passcode);
+    const QByteArray container =
+        RNCryptor::encrypt(jr_archivedDataWithRootObject(tokens, true).value(), passcode);
     const QByteArray temporary = QFile::encodeName(path + ".tmp");
     const int fd = ::open(temporary.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (fd < 0 || ::write(fd, container.constData(), size_t(container.size())) != container.size() ||
-        ::fsync(fd) != 0 || ::close(fd) != 0 || ::rename(temporary.constData(), QFile::encodeName(path).constData()) != 0)
+        ::fsync(fd) != 0 || ::close(fd) != 0 ||
+        ::rename(temporary.constData(), QFile::encodeName(path).constData()) != 0)
         qFatal("baseline write failed");
-    const int folder = ::open(QFile::encodeName(QFileInfo(path).absolutePath()).constData(), O_RDONLY | O_DIRECTORY);
+    const int folder =
+        ::open(QFile::encodeName(QFileInfo(path).absolutePath()).constData(), O_RDONLY | O_DIRECTORY);
     ::fsync(folder);
     ::close(folder);
     QFile file(path);
     file.open(QIODevice::ReadOnly);
     const QVariant root =
-        jr_unarchiveData(RNCryptor::decrypt(file.readAll(), passcode), true, {QStringLiteral("OTPToken")}).value();
+        jr_unarchiveData(RNCryptor::decrypt(file.readAll(), passcode), true, {QStringLiteral("OTPToken")})
+            .value();
     iCloudManager::TokenRecords back;
     for (const QVariant& element : root.toList())
         back.append(std::dynamic_pointer_cast<marlockCommon::OTPToken>(
@@ -135,7 +140,9 @@ void BM_SetTokenRecordsToOtherProcess(benchmark::State& state) {
             manager->setTokenRecords(records);
             library.push_back(receiver.timeOf(synctest::summary(records)) - start);
         };
-        const auto directRound = [&] { direct.push_back(directRoundNs(records, QStringLiteral("bench-passcode"), baselinePath)); };
+        const auto directRound = [&] {
+            direct.push_back(directRoundNs(records, QStringLiteral("bench-passcode"), baselinePath));
+        };
         if (round++ % 2) {
             directRound();
             libraryRound();
@@ -152,9 +159,10 @@ void BM_SetTokenRecordsToOtherProcess(benchmark::State& state) {
     state.counters["library_ms"] = lib;
     state.counters["baseline_ms"] = base;
     state.counters["ratio"] = lib / base;
-    std::printf("\n%5d tokens, median of %zu rounds: setTokenRecords -> other process %.2f ms, direct baseline "
-                "%.2f ms, ratio %.2f (target <= 1.20)\n",
-                count, library.size(), lib, base, lib / base);
+    std::printf(
+        "\n%5d tokens, median of %zu rounds: setTokenRecords -> other process %.2f ms, direct baseline "
+        "%.2f ms, ratio %.2f (target <= 1.20)\n",
+        count, library.size(), lib, base, lib / base);
     (void)manager->disableiCloud(nullptr);
 }
 BENCHMARK(BM_SetTokenRecordsToOtherProcess)
