@@ -59,8 +59,9 @@ public:
     Receiver() {
         process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         process_.start(QStringLiteral(SYNC_RECEIVER), {});
-        if (readLine() != "ready")
-            qFatal("the receiver did not start");
+        // Starting, it may first report the records already in the store.
+        while (readLine() != "ready") {
+        }
     }
     ~Receiver() {
         process_.kill();
