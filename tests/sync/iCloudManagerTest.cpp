@@ -68,7 +68,8 @@ public: // the failure table's rows reach in
     }
 };
 
-TEST(SyncManagerError, RawValuesAreExactAndBridgeToPlatformErrors) {
+// Raw values are persisted and carried by notifications: they must match exactly, both ways.
+TEST_F(SyncManager, ErrorsHaveExactRawValuesBridgeToPlatformErrorsAndPersistInTheSuite) {
     const std::vector<std::pair<Error, QString>> cases = {
         {Error::tokenDataInvalid, "TokenDataInvalid"},
         {Error::iCloudNotEnabled, "iCloudNotEnabled"},
@@ -76,33 +77,22 @@ TEST(SyncManagerError, RawValuesAreExactAndBridgeToPlatformErrors) {
         {Error::keychainAccessDenied, "KeychainAccessDenied"}};
     for (const auto& [error, raw] : cases) {
         EXPECT_EQ(iCloudManagerErrorRawValue(error), raw);
-        EXPECT_EQ(iCloudManagerErrorFromRawValue(raw), error);
-        const platform::Error bridged = iCloudManager::Failure(error);
-        EXPECT_EQ(bridged,
+        EXPECT_EQ(platform::Error(iCloudManager::Failure(error)),
                   platform::Error("marlockCompanionCommon.iCloudManager.Error", static_cast<int>(error)));
+        stores.suite->setObject(raw, QStringLiteral("iCloudSyncLastError"));
+        EXPECT_EQ(manager->lastError(), error);
     }
-    for (const char* unknown : {"incorrectPassword", "ICloudNotEnabled", "", "IncorrectPassword "})
-        EXPECT_EQ(iCloudManagerErrorFromRawValue(QString::fromUtf8(unknown)), std::nullopt) << unknown;
-
-    const platform::Error keychain(FXKeychainErrorDomain, -25291);
-    const iCloudManager::Failure passed(keychain);
-    EXPECT_EQ(passed.error(), std::nullopt);
-    EXPECT_EQ(passed.toPlatformError(), keychain);
-}
-
-TEST_F(SyncManager, TheLastErrorIsReadFromTheSharedSettings) {
-    const std::vector<std::pair<QVariant, std::optional<Error>>> stored = {
-        {QStringLiteral("IncorrectPassword"), Error::incorrectPassword},
-        {QStringLiteral("incorrectPassword"), std::nullopt},
-        {qint64(2), std::nullopt},
-        {QVariant(), std::nullopt}};
-    for (const auto& [value, expected] : stored) {
-        stores.suite->setObject(value, QStringLiteral("iCloudSyncLastError"));
-        EXPECT_EQ(manager->lastError(), expected) << value.toString().toStdString();
+    for (const QVariant& unknown :
+         {QVariant("incorrectPassword"), QVariant("IncorrectPassword "), QVariant(2)}) {
+        stores.suite->setObject(unknown, QStringLiteral("iCloudSyncLastError"));
+        EXPECT_EQ(manager->lastError(), std::nullopt) << unknown.toString().toStdString();
     }
-    stores.suite->setObject(QStringLiteral("KeychainAccessDenied"), QStringLiteral("iCloudSyncLastError"));
     manager->clearLastError();
     EXPECT_FALSE(stores.suite->objectForKey(QStringLiteral("iCloudSyncLastError")).isValid());
+
+    const iCloudManager::Failure passed(platform::Error(FXKeychainErrorDomain, -25291));
+    EXPECT_EQ(passed.error(), std::nullopt);
+    EXPECT_EQ(passed.toPlatformError(), platform::Error(FXKeychainErrorDomain, -25291));
 }
 
 TEST_F(SyncManager, EnabledSyncPublishesRecordsThatAnotherManagerReadsBack) {
