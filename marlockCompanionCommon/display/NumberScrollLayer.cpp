@@ -21,7 +21,15 @@ NumberScrollLayer::NumberScrollLayer(std::shared_ptr<NumberScrollLayerImageCache
     imageCache_ = std::move(imageCache);
 }
 
-NumberScrollLayer::~NumberScrollLayer() = default;
+NumberScrollLayer::~NumberScrollLayer() {
+    endRolls();
+}
+
+void NumberScrollLayer::endRolls() {
+    // Ended here, while the layer is whole: a roll's completion block may well call back into it.
+    for (graphics::Layer* entry : contentLayers_)
+        entry->removeAnimation(QStringLiteral("scroll"));
+}
 
 std::shared_ptr<NumberScrollLayer::DefaultImageCache> NumberScrollLayer::globalImageCache() {
     static const auto cache = std::make_shared<DefaultImageCache>();

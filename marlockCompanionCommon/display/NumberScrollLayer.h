@@ -53,7 +53,8 @@ public:
     // Empty text, black, the system font at 12 points, 1 s rolls, rolling up, no image cache.
     NumberScrollLayer();
     explicit NumberScrollLayer(std::shared_ptr<NumberScrollLayerImageCache> imageCache);
-    // Does not release cached images: owners call releaseCachedImages() when taking it down.
+    // Ends rolls still running (their completions run now) but does not release cached images:
+    // owners call releaseCachedImages() when taking it down.
     ~NumberScrollLayer() override;
 
     // Where glyph images are shared (none: this layer draws its own). Changing it releases the
@@ -121,6 +122,7 @@ private:
 
     static std::shared_ptr<DefaultImageCache> globalImageCache();
 
+    void endRolls();
     void relayoutScrollLayers();
     void setScrollLayerContents();
     void recolorScrollLayers();

@@ -33,6 +33,8 @@ NumberScrollView::NumberScrollView(QWidget* parent)
 
 NumberScrollView::~NumberScrollView() {
     layer_->setRedrawHandler({});
+    // A roll's completion may use this view, so rolls end while it is still whole.
+    layer_->endRolls();
 }
 
 void NumberScrollView::setText(const QString& text) {

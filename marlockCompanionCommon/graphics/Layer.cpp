@@ -6,10 +6,10 @@
 #include "marlockCompanionCommon/graphics/internal/RunningAnimation.h"
 #include "marlockCompanionCommon/platform/FatalError.h"
 
-#include <QPaintDevice>
 #include <QPainter>
 
 #include <algorithm>
+#include <cmath>
 
 namespace graphics {
 
@@ -265,8 +265,11 @@ void Layer::drawLayer(QPainter& painter, const QRectF& bounds) const {
     if (backgroundColor_)
         painter.fillRect(bounds, *backgroundColor_);
     if (!contents_.isNull()) {
-        // The bitmap is drawn for the resolution it lands on, so glyphs stay sharp at any scale.
-        const qreal ratio = painter.device() ? painter.device()->devicePixelRatio() : 1.0;
+        // The bitmap is drawn for the resolution it lands on (the device's pixel ratio and any
+        // scaling of the painter), so glyphs stay sharp at any scale.
+        const QTransform toDevice = painter.deviceTransform();
+        const qreal ratio =
+            std::max(std::hypot(toDevice.m11(), toDevice.m12()), std::hypot(toDevice.m21(), toDevice.m22()));
         const QImage bitmap = contents_.rendition(ratio);
         if (!bitmap.isNull())
             painter.drawImage(bounds, bitmap);

@@ -54,6 +54,8 @@ class RunningAnimation;
 class MCC_EXPORT Layer {
 public:
     Layer();
+    // Ends the layer's running animations, which may run completion blocks: those run while the
+    // layer is being destroyed and must not use it. Subclasses end theirs earlier when theirs may.
     virtual ~Layer();
     Layer(const Layer&) = delete;
     Layer& operator=(const Layer&) = delete;
