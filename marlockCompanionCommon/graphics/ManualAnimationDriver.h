@@ -5,6 +5,9 @@
 #include <QAnimationDriver>
 
 #include <chrono>
+#include <memory>
+
+class QAbstractAnimation;
 
 namespace graphics {
 
@@ -39,6 +42,7 @@ protected:
     void start() override;
 
 private:
+    std::unique_ptr<QAbstractAnimation> keepAlive_;
     qint64 elapsed_ = 0;
 };
 
