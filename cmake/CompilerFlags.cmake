@@ -25,3 +25,11 @@ endif()
 function(marlock_configure_target target)
     target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:marlock_build_flags>)
 endfunction()
+
+# marlock_hide_symbols(<target>): compiles <target> with -fvisibility=hidden and
+# -fvisibility-inlines-hidden. The libraries' code is built this way, so that a shared library
+# exports only what its headers mark with the export macro (MCC_EXPORT, MARLOCK_COMMON_EXPORT)
+# and private code can never clash with a host program's symbols.
+function(marlock_hide_symbols target)
+    set_target_properties(${target} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+endfunction()

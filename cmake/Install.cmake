@@ -7,11 +7,8 @@ include(CMakePackageConfigHelpers)
 file(RELATIVE_PATH PC_PREFIX_FROM_PCDIR /root/${CMAKE_INSTALL_LIBDIR}/pkgconfig /root)
 
 foreach(pkg marlockCommon marlockCompanionCommon)
-    install(TARGETS ${pkg} EXPORT ${pkg}Targets
-            LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-            ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-            RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
-            INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+    # The run path lets libmarlockCompanionCommon find libmarlockCommon beside it (cmake/RunPath.cmake).
+    marlock_install_with_run_path(${pkg} DESTINATION ${CMAKE_INSTALL_LIBDIR} EXPORT ${pkg}Targets)
     install(EXPORT ${pkg}Targets NAMESPACE ${pkg}:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/${pkg})
     configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/${pkg}Config.cmake.in
         ${PROJECT_BINARY_DIR}/${pkg}Config.cmake INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/${pkg})

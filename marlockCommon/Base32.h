@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCommon/Export.h"
+
 #include <QByteArray>
 #include <QString>
 #include <QStringView>
@@ -11,12 +13,12 @@ namespace marlockCommon::Base32 {
 // is false (key URIs leave the padding out).
 //
 //   Base32::encode("foo") == "MZXW6==="      Base32::encode("foo", false) == "MZXW6"
-QString encode(const QByteArray& bytes, bool padding = true);
+MARLOCK_COMMON_EXPORT QString encode(const QByteArray& bytes, bool padding = true);
 
 // Decodes Base32 the way authenticator apps hand it over: lower case, missing padding and
 // spaces (as in "jbsw y3dp ehpk 3pxp") are accepted. Anything else outside the alphabet, "=" other
 // than as trailing padding, or a length no byte string encodes to throws
 // TokenError(invalidBase32). Bits left over after the last whole byte are ignored.
-QByteArray decode(QStringView text);
+MARLOCK_COMMON_EXPORT QByteArray decode(QStringView text);
 
 } // namespace marlockCommon::Base32

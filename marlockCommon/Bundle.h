@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCommon/Export.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -13,14 +15,14 @@
 namespace marlockCommon {
 
 // "org.marlock.common".
-QString bundleIdentifier();
+MARLOCK_COMMON_EXPORT QString bundleIdentifier();
 
 // The bytes of the resource `name`.`type` ("defaults", "plist"); absent when there is none.
 // Thread-safe.
-std::optional<QByteArray> resourceData(const QString& name, const QString& type);
+MARLOCK_COMMON_EXPORT std::optional<QByteArray> resourceData(const QString& name, const QString& type);
 
 // The Qt resource path of the resource (":/org.marlock.common/defaults.plist"); absent when
 // there is none.
-std::optional<QString> resourcePath(const QString& name, const QString& type);
+MARLOCK_COMMON_EXPORT std::optional<QString> resourcePath(const QString& name, const QString& type);
 
 } // namespace marlockCommon

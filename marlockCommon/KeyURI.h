@@ -1,5 +1,6 @@
 #pragma once
 
+#include "marlockCommon/Export.h"
 #include "marlockCommon/TokenRecord.h"
 
 #include <QString>
@@ -21,12 +22,12 @@ namespace marlockCommon::KeyURI {
 // Throws TokenError naming what is wrong: invalidURI, unsupportedScheme, unknownType,
 // invalidEncoding, duplicateParameter, missingSecret, invalidBase32, emptySecret,
 // invalidAlgorithm, invalidDigits, invalidPeriod, missingCounter or invalidCounter.
-TokenRecord parse(const QString& uri);
+MARLOCK_COMMON_EXPORT TokenRecord parse(const QString& uri);
 
 // Writes the key URI of `record` (secret in unpadded Base32). Every field is written, so that
 // parse(format(r)) == r for every valid record: "period" always for TOTP and for HOTP when it is
 // not 30, "counter" always for HOTP and for TOTP when it is not 0.
 // Throws TokenError when the record is not valid (see TokenRecord::validate()).
-QString format(const TokenRecord& record);
+MARLOCK_COMMON_EXPORT QString format(const TokenRecord& record);
 
 } // namespace marlockCommon::KeyURI

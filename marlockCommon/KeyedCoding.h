@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCommon/Export.h"
+
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
@@ -18,7 +20,7 @@ class KeyedDecoder;
 
 // An object that can be archived by keys and read back under secure decoding, where a reader
 // names the classes it accepts before any object is created.
-class SecureCoding {
+class MARLOCK_COMMON_EXPORT SecureCoding {
 public:
     virtual ~SecureCoding() = default;
 
@@ -31,7 +33,7 @@ public:
 
 // Writes values under keys into the archive entry of one object. Keys are unique within an object;
 // writing a key twice keeps the last value.
-class KeyedEncoder {
+class MARLOCK_COMMON_EXPORT KeyedEncoder {
 public:
     virtual ~KeyedEncoder() = default;
 
@@ -46,7 +48,7 @@ public:
 
 // Reads the archive entry of one object. Every typed read gives absent when the key is missing or
 // holds another type, so a damaged or hostile archive can be refused without guessing.
-class KeyedDecoder {
+class MARLOCK_COMMON_EXPORT KeyedDecoder {
 public:
     virtual ~KeyedDecoder() = default;
 
@@ -77,9 +79,10 @@ using SecureCodingDecodeFunction = std::function<std::shared_ptr<SecureCoding>(K
 
 // The decode function registered for `className`, for archivers creating objects by class name.
 // marlockCommon's own classes ("OTPToken") are always registered. Thread-safe.
-std::optional<SecureCodingDecodeFunction> secureCodingClass(const QString& className);
+MARLOCK_COMMON_EXPORT std::optional<SecureCodingDecodeFunction> secureCodingClass(const QString& className);
 
 // Registers (or replaces) the decode function of `className`. Thread-safe.
-void registerSecureCodingClass(const QString& className, SecureCodingDecodeFunction decode);
+MARLOCK_COMMON_EXPORT void registerSecureCodingClass(const QString& className,
+                                                     SecureCodingDecodeFunction decode);
 
 } // namespace marlockCommon

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "marlockCommon/Export.h"
 #include "marlockCommon/KeyedCoding.h"
 #include "marlockCommon/OTPTypes.h"
 #include "marlockCommon/TokenRecord.h"
@@ -21,7 +22,7 @@ namespace marlockCommon {
 //   auto token = record.toOTPToken();
 //   QString now = token->password();              // e.g. "287082"
 //   QString then = token->password(1111111109.0);  // the code of that moment
-class OTPToken final : public SecureCoding {
+class MARLOCK_COMMON_EXPORT OTPToken final : public SecureCoding {
 public:
     OTPToken() = default;
     OTPToken(const OTPToken&) = delete;

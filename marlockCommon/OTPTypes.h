@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCommon/Export.h"
+
 #include <QString>
 
 #include <optional>
@@ -17,11 +19,11 @@ inline constexpr int minimumDigits = 6;
 inline constexpr int maximumDigits = 8;
 
 // Names as key URIs and archives write them: "totp"/"hotp" and "SHA1"/"SHA256"/"SHA512".
-QString typeName(OTPType type);
-QString algorithmName(OTPAlgorithm algorithm);
+MARLOCK_COMMON_EXPORT QString typeName(OTPType type);
+MARLOCK_COMMON_EXPORT QString algorithmName(OTPAlgorithm algorithm);
 
 // The reverse, ignoring case ("sha256" and "SHA256" both work); absent for anything else.
-std::optional<OTPType> typeFromName(const QString& name);
-std::optional<OTPAlgorithm> algorithmFromName(const QString& name);
+MARLOCK_COMMON_EXPORT std::optional<OTPType> typeFromName(const QString& name);
+MARLOCK_COMMON_EXPORT std::optional<OTPAlgorithm> algorithmFromName(const QString& name);
 
 } // namespace marlockCommon

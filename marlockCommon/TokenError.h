@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCommon/Export.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -16,7 +18,7 @@ namespace marlockCommon {
 //   } catch (const marlockCommon::TokenError& error) {
 //       qWarning() << error.message();   // "Bad digits (must be 6, 7 or 8): 12"
 //   }
-class TokenError : public std::exception {
+class MARLOCK_COMMON_EXPORT TokenError : public std::exception {
 public:
     enum class Code {
         invalidURI = 1,     // not an absolute URI of the form scheme://type/label?query

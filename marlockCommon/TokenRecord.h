@@ -1,5 +1,6 @@
 #pragma once
 
+#include "marlockCommon/Export.h"
 #include "marlockCommon/OTPTypes.h"
 
 #include <QByteArray>
@@ -19,7 +20,7 @@ class OTPToken;
 //   record.account = "alice@example.org";
 //   record.secret = Base32::decode(u"JBSWY3DPEHPK3PXP");
 //   QString code = record.toOTPToken()->password();
-struct TokenRecord {
+struct MARLOCK_COMMON_EXPORT TokenRecord {
     OTPType type = OTPType::totp;
     QString issuer;    // the service, may be empty
     QString account;   // the account name at that service, may be empty

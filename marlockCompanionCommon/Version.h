@@ -1,6 +1,8 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
+
 #include <QString>
 
 // The library's version, as "major.minor.patch".
-QString marlockCompanionCommonVersion();
+MCC_EXPORT QString marlockCompanionCommonVersion();

@@ -5,7 +5,7 @@
 #include "marlockCommon/OTPToken.h"
 #include "marlockCompanionCommon/keychain/FXKeychain.h"
 #include "marlockCompanionCommon/keychain/KeyedArchiverAdditions.h"
-#include "marlockCompanionCommon/platform/KeychainServices.h"
+#include "marlockCompanionCommon/platform/keychain/KeychainServices.h"
 
 #include <benchmark/benchmark.h>
 

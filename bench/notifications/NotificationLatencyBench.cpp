@@ -6,7 +6,7 @@
 //   scripts/build --bench
 //   scripts/with-session build-bench/bench/notifications/notifications_latency_bench
 #include "marlockCompanionCommon/notifications/PLXDarwinNotificationCenter.h"
-#include "marlockCompanionCommon/platform/Identity.h"
+#include "marlockCompanionCommon/platform/runtime/Identity.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>

@@ -2,8 +2,8 @@
 // reading a saved layer would. Every input must decode or fail with an unarchive error; a layer
 // that decodes must archive again and decode to the same text.
 #include "marlockCompanionCommon/display/NumberScrollLayer.h"
-#include "marlockCompanionCommon/platform/KeyedArchiver.h"
-#include "marlockCompanionCommon/platform/KeyedUnarchiver.h"
+#include "marlockCompanionCommon/keychain/KeyedArchiver.h"
+#include "marlockCompanionCommon/keychain/KeyedUnarchiver.h"
 
 #include <QGuiApplication>
 

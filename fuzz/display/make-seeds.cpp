@@ -3,7 +3,7 @@
 //   make-seeds <corpus-dir>
 #include "marlockCompanionCommon/display/NumberScrollLayer.h"
 #include "marlockCompanionCommon/graphics/SystemFont.h"
-#include "marlockCompanionCommon/platform/KeyedArchiver.h"
+#include "marlockCompanionCommon/keychain/KeyedArchiver.h"
 
 #include <QDir>
 #include <QFile>

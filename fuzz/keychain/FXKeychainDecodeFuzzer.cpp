@@ -44,7 +44,7 @@ bool sameValue(const QVariant& a, const QVariant& b) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const QByteArray bytes(reinterpret_cast<const char*>(data), static_cast<qsizetype>(size));
     std::optional<platform::Error> parseError;
-    const QVariant value = fxkeychain::decode(bytes, &parseError);
+    const QVariant value = keychain::internal::decode(bytes, &parseError);
     if (value.metaType().id() == QMetaType::QVariantMap &&
         value.toMap().contains(QStringLiteral("$archiver")))
         abort();
@@ -52,8 +52,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // (Bytes are not compared: the property-list writer may order shared objects differently.)
     if (value.isValid()) {
         platform::Error error;
-        if (const std::optional<QByteArray> encoded = fxkeychain::encode(value, &error)) {
-            if (!sameValue(fxkeychain::decode(*encoded, nullptr), value))
+        if (const std::optional<QByteArray> encoded = keychain::internal::encode(value, &error)) {
+            if (!sameValue(keychain::internal::decode(*encoded, nullptr), value))
                 abort();
         }
     }

@@ -2,7 +2,7 @@
 // decrypted cloud data. Every input must decode or fail with an unarchive error; what decodes
 // must archive again and decode to an equally long array.
 #include "marlockCompanionCommon/keychain/KeyedArchiverAdditions.h"
-#include "marlockCompanionCommon/platform/KeyedArchiverTypes.h"
+#include "marlockCompanionCommon/keychain/KeyedArchiverTypes.h"
 
 #include <cstdint>
 #include <cstdio>

@@ -1,6 +1,6 @@
 // Feeds arbitrary bytes to the property-list reader: every input must either parse or fail with
 // an error. What parses and can be written back must read again and write the same bytes.
-#include "marlockCompanionCommon/platform/PropertyList.h"
+#include "marlockCompanionCommon/platform/storage/PropertyList.h"
 
 #include <cstdint>
 #include <cstdlib>

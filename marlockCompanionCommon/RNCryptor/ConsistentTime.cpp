@@ -2,6 +2,8 @@
 
 #include "marlockCompanionCommon/RNCryptor/Fatal_p.h"
 
+namespace RNCryptor::internal {
+
 // Kept out of line so that the loop is never folded into a caller and specialised there.
 [[gnu::noinline]] bool isEqualInConsistentTime(QByteArrayView trusted, QByteArrayView untrusted) {
     const qsizetype trustedLength = trusted.size();
@@ -20,3 +22,5 @@
     }
     return accumulator == 0;
 }
+
+} // namespace RNCryptor::internal

@@ -2,6 +2,8 @@
 
 #include "marlockCompanionCommon/RNCryptor/SecretBytes_p.h"
 
+namespace RNCryptor::internal {
+
 Credential Credential::password(const QString& password) {
     Credential credential;
     credential.isPassword_ = true;
@@ -22,3 +24,5 @@ Credential::~Credential() {
     wipe(encryptionKey_);
     wipe(hmacKey_);
 }
+
+} // namespace RNCryptor::internal

@@ -3,6 +3,8 @@
 #include <QByteArray>
 #include <QString>
 
+namespace RNCryptor::internal {
+
 // What a version-3 decryptor holds to open a container: a password, or the two 32-byte keys.
 // Wiped when destroyed.
 class Credential {
@@ -28,3 +30,5 @@ private:
     QByteArray encryptionKey_;
     QByteArray hmacKey_;
 };
+
+} // namespace RNCryptor::internal

@@ -4,6 +4,8 @@
 
 #include <optional>
 
+namespace RNCryptor::internal {
+
 // The direction of the block cipher. The raw values are the operation codes that the cipher
 // engine has always been created with, so they stay fixed.
 enum class CryptorOperation : quint32 {
@@ -22,3 +24,5 @@ enum class CryptorOperation : quint32 {
         return std::nullopt;
     }
 }
+
+} // namespace RNCryptor::internal

@@ -9,6 +9,8 @@
 
 namespace RNCryptor {
 
+using namespace internal;
+
 Decryptor::Decryptor(const QString& password)
     : decryptors_{VersionedDecryptorKind::of<DecryptorV3>()}
     , password_(password.constData(), password.size()) {}

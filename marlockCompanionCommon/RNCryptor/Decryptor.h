@@ -1,5 +1,6 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
 #include "marlockCompanionCommon/RNCryptor/RNCryptorType.h"
 
 #include <QByteArray>
@@ -8,9 +9,11 @@
 #include <memory>
 #include <vector>
 
-struct VersionedDecryptorKind;
-
 namespace RNCryptor {
+
+namespace internal {
+struct VersionedDecryptorKind;
+}
 
 // Reads a password container of any known version: the first bytes of the stream choose the
 // versioned decryptor (today only version 3, recognised by its first byte), which then reads the
@@ -22,7 +25,7 @@ namespace RNCryptor {
 //   for (const QByteArray& piece : pieces)
 //       plaintext += decryptor.update(piece);
 //   plaintext += decryptor.finalData(); // throws hmacMismatch for a wrong password
-class Decryptor final : public RNCryptorType {
+class MCC_EXPORT Decryptor final : public RNCryptorType {
 public:
     explicit Decryptor(const QString& password);
     ~Decryptor() override;
@@ -34,7 +37,7 @@ public:
     [[nodiscard]] QByteArray finalData() override;
 
 private:
-    std::vector<VersionedDecryptorKind> decryptors_;
+    std::vector<internal::VersionedDecryptorKind> decryptors_;
     QByteArray buffer_;
     std::unique_ptr<RNCryptorType> decryptor_;
     QString password_;

@@ -5,6 +5,8 @@
 #include "marlockCompanionCommon/RNCryptor/Fatal_p.h"
 #include "marlockCompanionCommon/RNCryptor/FormatV3.h"
 
+namespace RNCryptor::internal {
+
 namespace {
 
 QByteArrayView checkedHMACKey(QByteArrayView encryptionKey, QByteArrayView hmacKey, QByteArrayView iv) {
@@ -43,3 +45,5 @@ QByteArray DecryptorEngineV3::finalData() {
         throw RNCryptor::Error(RNCryptor::Error::hmacMismatch);
     return engine_.finalData();
 }
+
+} // namespace RNCryptor::internal

@@ -7,6 +7,8 @@
 #include <QByteArray>
 #include <QByteArrayView>
 
+namespace RNCryptor::internal {
+
 // The reading side of a version-3 container once its header has been parsed: the body (the
 // ciphertext followed by the 32-byte MAC) goes through an overflowing buffer that keeps the last
 // 32 bytes back, since they are the MAC; everything released is MACed and deciphered.
@@ -31,3 +33,5 @@ private:
     HMACV3 hmac_;
     Engine engine_;
 };
+
+} // namespace RNCryptor::internal

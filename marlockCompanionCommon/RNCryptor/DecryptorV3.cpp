@@ -9,6 +9,8 @@
 
 namespace RNCryptor {
 
+using namespace internal;
+
 namespace {
 constexpr char passwordOptions = 1;
 constexpr char keyOptions = 0;
@@ -59,13 +61,14 @@ QByteArray DecryptorV3::finalData() {
     return decryptorEngine_->finalData();
 }
 
-std::unique_ptr<DecryptorEngineV3> DecryptorV3::makeEngine(QByteArrayView header) const {
+std::unique_ptr<internal::DecryptorEngineV3> DecryptorV3::makeEngine(QByteArrayView header) const {
     if (credential_->isPassword())
         return makeEngine(credential_->passwordText(), header);
     return makeEngine(credential_->encryptionKey(), credential_->hmacKey(), header);
 }
 
-std::unique_ptr<DecryptorEngineV3> DecryptorV3::makeEngine(const QString& password, QByteArrayView header) {
+std::unique_ptr<internal::DecryptorEngineV3> DecryptorV3::makeEngine(const QString& password,
+                                                                     QByteArrayView header) {
     cryptorPrecondition(header.size() == FormatV3::passwordHeaderSize, "password header must be 34 bytes");
     // Both checks come before the slow key derivation.
     if (!canDecrypt(header))
@@ -80,8 +83,8 @@ std::unique_ptr<DecryptorEngineV3> DecryptorV3::makeEngine(const QString& passwo
     return std::make_unique<DecryptorEngineV3>(encryptionKey.bytes(), hmacKey.bytes(), iv, header);
 }
 
-std::unique_ptr<DecryptorEngineV3> DecryptorV3::makeEngine(const QByteArray& encryptionKey,
-                                                           const QByteArray& hmacKey, QByteArrayView header) {
+std::unique_ptr<internal::DecryptorEngineV3>
+DecryptorV3::makeEngine(const QByteArray& encryptionKey, const QByteArray& hmacKey, QByteArrayView header) {
     cryptorPrecondition(header.size() == FormatV3::keyHeaderSize, "key header must be 18 bytes");
     cryptorPrecondition(encryptionKey.size() == FormatV3::keySize, "encryption key must be 32 bytes");
     cryptorPrecondition(hmacKey.size() == FormatV3::keySize, "HMAC key must be 32 bytes");

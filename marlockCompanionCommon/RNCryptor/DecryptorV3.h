@@ -1,5 +1,6 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
 #include "marlockCompanionCommon/RNCryptor/RNCryptorType.h"
 
 #include <QByteArray>
@@ -8,10 +9,12 @@
 
 #include <memory>
 
+namespace RNCryptor {
+
+namespace internal {
 class Credential;
 class DecryptorEngineV3;
-
-namespace RNCryptor {
+} // namespace internal
 
 // Reads a version-3 container with a password or with the two 32-byte keys. Input is gathered
 // until the whole header is there (34 bytes for a password, 18 for keys); the header is then
@@ -21,7 +24,7 @@ namespace RNCryptor {
 // not 1 for a password, not 0 for keys), messageTooShort (ended inside the header),
 // hmacMismatch (wrong credential, damaged or truncated body; only noticed by finalData()).
 // A header that fails stays gathered: every later update fails the same way.
-class DecryptorV3 final : public RNCryptorType {
+class MCC_EXPORT DecryptorV3 final : public RNCryptorType {
 public:
     // Leading bytes needed to recognise the format.
     static constexpr qsizetype preambleSize = 1;
@@ -44,14 +47,15 @@ public:
     [[nodiscard]] QByteArray finalData() override;
 
 private:
-    std::unique_ptr<DecryptorEngineV3> makeEngine(QByteArrayView header) const;
-    static std::unique_ptr<DecryptorEngineV3> makeEngine(const QString& password, QByteArrayView header);
-    static std::unique_ptr<DecryptorEngineV3> makeEngine(const QByteArray& encryptionKey,
-                                                         const QByteArray& hmacKey, QByteArrayView header);
+    std::unique_ptr<internal::DecryptorEngineV3> makeEngine(QByteArrayView header) const;
+    static std::unique_ptr<internal::DecryptorEngineV3> makeEngine(const QString& password,
+                                                                   QByteArrayView header);
+    static std::unique_ptr<internal::DecryptorEngineV3>
+    makeEngine(const QByteArray& encryptionKey, const QByteArray& hmacKey, QByteArrayView header);
 
     QByteArray buffer_;
-    std::unique_ptr<DecryptorEngineV3> decryptorEngine_;
-    std::unique_ptr<Credential> credential_;
+    std::unique_ptr<internal::DecryptorEngineV3> decryptorEngine_;
+    std::unique_ptr<internal::Credential> credential_;
 };
 
 } // namespace RNCryptor

@@ -4,6 +4,8 @@
 
 namespace RNCryptor {
 
+using namespace internal;
+
 namespace {
 
 const QString& nonEmpty(const QString& password) {

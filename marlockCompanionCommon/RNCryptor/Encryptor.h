@@ -1,5 +1,6 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
 #include "marlockCompanionCommon/RNCryptor/EncryptorV3.h"
 #include "marlockCompanionCommon/RNCryptor/RNCryptorType.h"
 
@@ -10,7 +11,7 @@ namespace RNCryptor {
 
 // Writes a password container in the current format (version 3) with fresh random salts and IV,
 // so two encryptions of the same data never give the same bytes. Never throws.
-class Encryptor final : public RNCryptorType {
+class MCC_EXPORT Encryptor final : public RNCryptorType {
 public:
     // Derives both keys (two deliberately slow derivations). An empty password stops the process.
     explicit Encryptor(const QString& password);

@@ -9,6 +9,8 @@
 
 namespace RNCryptor {
 
+using namespace internal;
+
 namespace {
 
 QByteArray passwordHeader(const QByteArray& encryptionSalt, const QByteArray& hmacSalt,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
 #include "marlockCompanionCommon/RNCryptor/RNCryptorType.h"
 
 #include <QByteArray>
@@ -8,10 +9,12 @@
 #include <memory>
 #include <optional>
 
+namespace RNCryptor {
+
+namespace internal {
 class Engine;
 class HMACV3;
-
-namespace RNCryptor {
+} // namespace internal
 
 // Writes a version-3 container, with keys derived from a password or given directly. The header
 // leaves with the first output; the MAC (HMAC-SHA256 over header and ciphertext) ends the final
@@ -21,7 +24,7 @@ namespace RNCryptor {
 //   QByteArray container = encryptor.update(firstPiece);
 //   container += encryptor.update(secondPiece);
 //   container += encryptor.finalData();
-class EncryptorV3 final : public RNCryptorType {
+class MCC_EXPORT EncryptorV3 final : public RNCryptorType {
 public:
     // Password container with fresh random salts and IV. An empty password is accepted here
     // (RNCryptor::Encryptor refuses it).
@@ -53,8 +56,8 @@ private:
                const QByteArray& header);
     QByteArray takeHeader(qsizetype room);
 
-    std::unique_ptr<Engine> engine_;
-    std::unique_ptr<HMACV3> hmac_;
+    std::unique_ptr<internal::Engine> engine_;
+    std::unique_ptr<internal::HMACV3> hmac_;
     std::optional<QByteArray> pendingHeader_;
 };
 

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <climits>
 
+namespace RNCryptor::internal {
+
 namespace {
 
 constexpr qsizetype blockSize = 16;
@@ -120,3 +122,5 @@ qsizetype Engine::cipherFinal(char* out) {
     held_ = 0;
     return written;
 }
+
+} // namespace RNCryptor::internal

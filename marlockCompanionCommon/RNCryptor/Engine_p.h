@@ -9,6 +9,8 @@
 
 struct evp_cipher_ctx_st;
 
+namespace RNCryptor::internal {
+
 // A streaming AES-CBC cipher with PKCS#7 padding in one direction. The key length picks the AES
 // variant (32 bytes: AES-256, the only one the container uses); the IV is one 16-byte block.
 //
@@ -58,3 +60,5 @@ private:
     // is exact, and it is what the output-size query needs.
     qsizetype held_ = 0;
 };
+
+} // namespace RNCryptor::internal

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "marlockCompanionCommon/platform/Error.h"
+#include "marlockCompanionCommon/Export.h"
+#include "marlockCompanionCommon/platform/runtime/Error.h"
 
 #include <QString>
 
@@ -16,7 +17,7 @@ namespace RNCryptor {
 //   } catch (const RNCryptor::Error& error) {
 //       if (error.code() == RNCryptor::Error::hmacMismatch) … // wrong password or damaged data
 //   }
-class Error : public std::exception {
+class MCC_EXPORT Error : public std::exception {
 public:
     // Raw values are stable: they are stored and reported as error codes.
     enum class Code : int {

@@ -1,8 +1,10 @@
 #pragma once
 
-#include "marlockCompanionCommon/platform/FatalError.h"
+#include "marlockCompanionCommon/platform/runtime/FatalError.h"
 
 #include <QString>
+
+namespace RNCryptor::internal {
 
 // Fatal stops of the encrypted container report under one unit name, whatever the source file,
 // so that a crash report points at the subsystem rather than at one of its files.
@@ -15,3 +17,5 @@ inline void cryptorPrecondition(bool condition, const char* message, int line = 
     if (!condition)
         cryptorFatalError(QStringLiteral("Precondition failed: %1").arg(QLatin1String(message)), line);
 }
+
+} // namespace RNCryptor::internal

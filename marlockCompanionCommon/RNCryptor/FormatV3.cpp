@@ -8,6 +8,8 @@
 
 namespace RNCryptor {
 
+using namespace internal;
+
 namespace {
 // Fixed by the format: changing either makes every existing container unreadable.
 constexpr int pbkdf2Rounds = 10000;

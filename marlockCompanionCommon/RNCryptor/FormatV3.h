@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
+
 #include <QByteArray>
 #include <QString>
 #include <QtGlobal>
@@ -12,7 +14,7 @@ namespace RNCryptor {
 // (PKCS#7, a positive multiple of 16), HMAC-SHA256 (32) over everything before it.
 // Key container: 3, 0, IV (16), ciphertext, HMAC-SHA256 (32). There is no length field: the
 // MAC is always the last 32 bytes.
-struct FormatV3 {
+struct MCC_EXPORT FormatV3 {
     FormatV3() = delete;
 
     // First byte of every container.

@@ -6,6 +6,8 @@
 #include <openssl/evp.h>
 #include <openssl/params.h>
 
+namespace RNCryptor::internal {
+
 namespace {
 
 EVP_MAC* hmacAlgorithm() {
@@ -45,3 +47,5 @@ QByteArray HMACV3::finalData() {
                   static_cast<size_t>(mac.size()));
     return mac;
 }
+
+} // namespace RNCryptor::internal

@@ -7,6 +7,8 @@
 
 struct evp_mac_ctx_st;
 
+namespace RNCryptor::internal {
+
 // A streaming HMAC-SHA256: keyed once, fed any number of pieces, finished once.
 class HMACV3 {
 public:
@@ -27,3 +29,5 @@ private:
     };
     std::unique_ptr<evp_mac_ctx_st, ContextDeleter> context_;
 };
+
+} // namespace RNCryptor::internal

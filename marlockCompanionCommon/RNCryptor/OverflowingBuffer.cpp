@@ -2,6 +2,8 @@
 
 #include "marlockCompanionCommon/RNCryptor/Fatal_p.h"
 
+namespace RNCryptor::internal {
+
 OverflowingBuffer::OverflowingBuffer(qsizetype capacity)
     : capacity_(capacity) {
     buffer_.reserve(capacity);
@@ -47,3 +49,5 @@ OverflowingBuffer::Release OverflowingBuffer::sendSome(QByteArrayView data) {
 QByteArray OverflowingBuffer::finalData() {
     return std::exchange(buffer_, QByteArray());
 }
+
+} // namespace RNCryptor::internal

@@ -3,6 +3,8 @@
 #include <QByteArray>
 #include <QByteArrayView>
 
+namespace RNCryptor::internal {
+
 // A byte queue that always holds back the last `capacity` bytes of a stream and releases
 // everything older. A reader of a stream that ends in a fixed-size MAC, with no length field
 // anywhere, feeds the stream through one of these: what comes out is ciphertext, what is held
@@ -39,3 +41,5 @@ private:
     QByteArray buffer_;
     const qsizetype capacity_;
 };
+
+} // namespace RNCryptor::internal

@@ -10,6 +10,8 @@
 
 namespace RNCryptor {
 
+using namespace internal;
+
 QByteArray randomData(qsizetype length) {
     QByteArray bytes(length, '\0');
     int result = 1;

@@ -11,6 +11,7 @@
 //       const QByteArray back = RNCryptor::decrypt(container, password);
 //   } catch (const RNCryptor::Error& error) { … }
 
+#include "marlockCompanionCommon/Export.h"
 #include "marlockCompanionCommon/RNCryptor/Decryptor.h"
 #include "marlockCompanionCommon/RNCryptor/DecryptorV3.h"
 #include "marlockCompanionCommon/RNCryptor/Encryptor.h"
@@ -24,14 +25,14 @@
 namespace RNCryptor {
 
 // `length` bytes from the system's secure random source. Stops the process if the source fails.
-[[nodiscard]] QByteArray randomData(qsizetype length);
+[[nodiscard]] MCC_EXPORT QByteArray randomData(qsizetype length);
 
 // A password container of `data`: 34 + 16 × (⌊size / 16⌋ + 1) + 32 bytes, with fresh salts and
 // IV. Costs two key derivations. An empty password stops the process.
-[[nodiscard]] QByteArray encrypt(const QByteArray& data, const QString& password);
+[[nodiscard]] MCC_EXPORT QByteArray encrypt(const QByteArray& data, const QString& password);
 
 // The plaintext of a password container. Costs two key derivations once the header is valid.
 // Throws RNCryptor::Error (unknownHeader, messageTooShort, invalidCredentialType, hmacMismatch).
-[[nodiscard]] QByteArray decrypt(const QByteArray& data, const QString& password);
+[[nodiscard]] MCC_EXPORT QByteArray decrypt(const QByteArray& data, const QString& password);
 
 } // namespace RNCryptor

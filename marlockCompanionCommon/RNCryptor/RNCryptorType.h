@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
+
 #include <QByteArray>
 
 // What every encryptor and decryptor of the container does: take a stream in pieces of any
@@ -9,7 +11,7 @@
 // Decryptors hand out plaintext before the MAC at the end has been checked; a caller that must
 // not act on unauthenticated data keeps the output until finalData() has returned. The one-shot
 // calls (encrypt / decrypt) do that.
-class RNCryptorType {
+class MCC_EXPORT RNCryptorType {
 public:
     virtual ~RNCryptorType();
     RNCryptorType(const RNCryptorType&) = delete;

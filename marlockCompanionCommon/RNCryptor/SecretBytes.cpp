@@ -2,6 +2,8 @@
 
 #include <openssl/crypto.h>
 
+namespace RNCryptor::internal {
+
 void wipe(QByteArray& bytes) {
     if (bytes.isDetached() && !bytes.isEmpty())
         OPENSSL_cleanse(bytes.data(), static_cast<size_t>(bytes.size()));
@@ -13,3 +15,5 @@ void wipe(QString& text) {
         OPENSSL_cleanse(text.data(), static_cast<size_t>(text.size()) * sizeof(QChar));
     text = QString();
 }
+
+} // namespace RNCryptor::internal

@@ -3,6 +3,8 @@
 #include <QByteArray>
 #include <QString>
 
+namespace RNCryptor::internal {
+
 // Overwrites the bytes of `bytes` when this object is their only holder, then empties it.
 // A shared buffer belongs to someone else as well; it is released untouched (its last holder
 // decides), since wiping it would corrupt the other holder's copy.
@@ -24,3 +26,5 @@ public:
 private:
     QByteArray bytes_;
 };
+
+} // namespace RNCryptor::internal

@@ -8,6 +8,8 @@
 #include <concepts>
 #include <memory>
 
+namespace RNCryptor::internal {
+
 // A decryptor for one version of the container that can tell from the first bytes of a stream
 // whether the stream is its own, and can be built from a password.
 template <typename T>
@@ -30,3 +32,5 @@ struct VersionedDecryptorKind {
                 }};
     }
 };
+
+} // namespace RNCryptor::internal

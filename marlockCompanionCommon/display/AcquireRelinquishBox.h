@@ -7,10 +7,11 @@
 #include <atomic>
 #include <limits>
 
-namespace acquire_relinquish_internal {
-// Stops the process: a holder count went past the range of its integer.
+namespace acquire_relinquish {
+// Stops the process: a holder count went past the range of its integer. Exported because the
+// templates below are instantiated in the host's own code.
 [[noreturn]] MCC_EXPORT void countOutOfRange(const char* operation);
-} // namespace acquire_relinquish_internal
+} // namespace acquire_relinquish
 
 // Something that holders take (acquire) and give back (relinquish), counting its holders.
 template <typename T> class AcquireRelinquishProtocol {
@@ -45,7 +46,7 @@ public:
         qint64 count = acquireCount_.load();
         do {
             if (count == std::numeric_limits<qint64>::max())
-                acquire_relinquish_internal::countOutOfRange("acquire");
+                acquire_relinquish::countOutOfRange("acquire");
         } while (!acquireCount_.compare_exchange_weak(count, count + 1));
         return value_;
     }
@@ -55,7 +56,7 @@ public:
         qint64 count = acquireCount_.load();
         do {
             if (count == std::numeric_limits<qint64>::min())
-                acquire_relinquish_internal::countOutOfRange("relinquish");
+                acquire_relinquish::countOutOfRange("relinquish");
         } while (!acquireCount_.compare_exchange_weak(count, count - 1));
     }
 

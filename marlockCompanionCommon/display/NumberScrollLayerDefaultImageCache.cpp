@@ -1,6 +1,6 @@
 #include "marlockCompanionCommon/display/NumberScrollLayerDefaultImageCache.h"
 
-#include "marlockCompanionCommon/platform/OperationQueue.h"
+#include "marlockCompanionCommon/platform/runtime/OperationQueue.h"
 
 #include <QHash>
 

@@ -4,7 +4,7 @@
 #include "marlockCompanionCommon/graphics/internal/CodedValues.h"
 #include "marlockCompanionCommon/graphics/internal/KeyPath.h"
 #include "marlockCompanionCommon/graphics/internal/RunningAnimation.h"
-#include "marlockCompanionCommon/platform/FatalError.h"
+#include "marlockCompanionCommon/platform/runtime/FatalError.h"
 
 #include <QPainter>
 

@@ -1,7 +1,7 @@
 #include "marlockCompanionCommon/graphics/Transaction.h"
 
 #include "marlockCompanionCommon/graphics/internal/CompletionGroup.h"
-#include "marlockCompanionCommon/platform/FatalError.h"
+#include "marlockCompanionCommon/platform/runtime/FatalError.h"
 
 #include <optional>
 #include <vector>

@@ -1,9 +1,9 @@
 #include "marlockCompanionCommon/keychain/FXKeychain.h"
 
 #include "marlockCompanionCommon/keychain/internal/FXKeychainCoding.h"
-#include "marlockCompanionCommon/platform/Identity.h"
-#include "marlockCompanionCommon/platform/KeychainServices.h"
-#include "marlockCompanionCommon/platform/SystemLog.h"
+#include "marlockCompanionCommon/platform/keychain/KeychainServices.h"
+#include "marlockCompanionCommon/platform/runtime/Identity.h"
+#include "marlockCompanionCommon/platform/runtime/SystemLog.h"
 
 #include <array>
 #include <mutex>
@@ -85,7 +85,7 @@ QVariant FXKeychain::objectForKey(const QString& key, Error* error) const {
     if (!data)
         return QVariant();
     std::optional<Error> parseError;
-    QVariant result = fxkeychain::decode(*data, &parseError);
+    QVariant result = keychain::internal::decode(*data, &parseError);
     if (!result.isValid()) {
         platform::setError(error, parseError ? *parseError : keychainError(undecodableDataError));
         platform::systemLog(QStringLiteral("FXKeychain failed to decode data for key '%1', error: %2")
@@ -101,7 +101,7 @@ QVariant FXKeychain::objectForKeyedSubscript(const QString& key) const {
 bool FXKeychain::setObject(const QVariant& object, const QString& key, const platform::KeychainAccess* access,
                            Error* error) {
     const platform::KeychainQuery itemQuery = query(key);
-    const std::optional<QByteArray> encoded = fxkeychain::encode(object, error);
+    const std::optional<QByteArray> encoded = keychain::internal::encode(object, error);
     if (encoded) {
         platform::systemLog(QStringLiteral("Data size: %1 bytes").arg(encoded->size()));
         platform::KeychainAttributes attributes;

@@ -1,7 +1,8 @@
 #pragma once
 
-#include "marlockCompanionCommon/platform/Error.h"
-#include "marlockCompanionCommon/platform/KeychainItem.h"
+#include "marlockCompanionCommon/Export.h"
+#include "marlockCompanionCommon/platform/keychain/KeychainItem.h"
+#include "marlockCompanionCommon/platform/runtime/Error.h"
 
 #include <QString>
 #include <QVariant>
@@ -31,7 +32,7 @@ inline const QString FXKeychainErrorDomain = QStringLiteral("FXKeychainErrorDoma
 //   QString password = keychain.objectForKey(QStringLiteral("password")).toString();
 //
 // A store holds no state but its settings; use one from one thread at a time.
-class FXKeychain {
+class MCC_EXPORT FXKeychain {
 public:
     // Code for bytes that are neither a property list nor UTF-8 text.
     static constexpr qint64 undecodableDataError = 3874;

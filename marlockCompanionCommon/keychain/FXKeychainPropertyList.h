@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
+
 #include <QVariant>
 
 #include <optional>
@@ -11,4 +13,4 @@
 //
 //   FXKeychain_propertyListRepresentation(QVariantList{1, QVariant::fromValue(nullptr), 2})
 //       == QVariantList{1, 2}
-std::optional<QVariant> FXKeychain_propertyListRepresentation(const QVariant& object);
+MCC_EXPORT std::optional<QVariant> FXKeychain_propertyListRepresentation(const QVariant& object);

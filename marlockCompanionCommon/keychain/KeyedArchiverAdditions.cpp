@@ -1,7 +1,7 @@
 #include "marlockCompanionCommon/keychain/KeyedArchiverAdditions.h"
 
-#include "marlockCompanionCommon/platform/KeyedArchiver.h"
-#include "marlockCompanionCommon/platform/KeyedUnarchiver.h"
+#include "marlockCompanionCommon/keychain/KeyedArchiver.h"
+#include "marlockCompanionCommon/keychain/KeyedUnarchiver.h"
 
 namespace {
 

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "marlockCompanionCommon/platform/Error.h"
+#include "marlockCompanionCommon/Export.h"
+#include "marlockCompanionCommon/platform/runtime/Error.h"
 
 #include <QByteArray>
 #include <QStringList>
@@ -19,13 +20,14 @@
 inline const QString jr_localizedFailureReasonErrorKey = QStringLiteral("NSLocalizedFailureReason");
 
 // The classes every unarchive allows, before the caller's extra classes.
-const QStringList& jr_standardAllowedClasses();
+MCC_EXPORT const QStringList& jr_standardAllowedClasses();
 
 // The keyed archive of `rootObject` (see platform::KeyedArchiver), or absent.
 //
 //   auto bytes = jr_archivedDataWithRootObject(QVariantList{token}, true, &error);
-std::optional<QByteArray> jr_archivedDataWithRootObject(const QVariant& rootObject, bool requiresSecureCoding,
-                                                        platform::Error* error = nullptr);
+MCC_EXPORT std::optional<QByteArray> jr_archivedDataWithRootObject(const QVariant& rootObject,
+                                                                   bool requiresSecureCoding,
+                                                                   platform::Error* error = nullptr);
 
 // The root object of the archive `data`, or absent. Allowed classes: NSArray, NSDictionary,
 // NSSet, NSOrderedSet, NSString, NSNumber, NSValue, NSDate, NSData, NSNull, NSURL, NSUUID,
@@ -34,5 +36,6 @@ std::optional<QByteArray> jr_archivedDataWithRootObject(const QVariant& rootObje
 // unknown class.)
 //
 //   auto root = jr_unarchiveData(bytes, true, {"OTPToken"}, &error);
-std::optional<QVariant> jr_unarchiveData(const QByteArray& data, bool requiresSecureCoding,
-                                         const QStringList& whitelist = {}, platform::Error* error = nullptr);
+MCC_EXPORT std::optional<QVariant> jr_unarchiveData(const QByteArray& data, bool requiresSecureCoding,
+                                                    const QStringList& whitelist = {},
+                                                    platform::Error* error = nullptr);

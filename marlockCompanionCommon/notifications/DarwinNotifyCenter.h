@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
+
 #include <QString>
 #include <QStringList>
 #include <QVariantMap>
@@ -13,7 +15,7 @@
 //
 // Callbacks run on the main thread, never inside the call that posts or registers.
 // All operations are safe from any thread.
-class DarwinNotifyCenter {
+class MCC_EXPORT DarwinNotifyCenter {
 public:
     // The callback shape of the service: the center, the registered observer, the posted name,
     // and an object and user info that this service always leaves empty.

@@ -1,7 +1,7 @@
 #include "marlockCompanionCommon/notifications/LocalDarwinNotifyCenter.h"
 
 #include "marlockCompanionCommon/notifications/internal/NotifyObserverRegistry.h"
-#include "marlockCompanionCommon/platform/OperationQueue.h"
+#include "marlockCompanionCommon/platform/runtime/OperationQueue.h"
 
 using notifications::internal::NotifyObserverRegistry;
 

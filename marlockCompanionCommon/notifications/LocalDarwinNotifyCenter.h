@@ -1,5 +1,6 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
 #include "marlockCompanionCommon/notifications/DarwinNotifyCenter.h"
 
 #include <memory>
@@ -15,7 +16,7 @@ class NotifyObserverRegistry;
 //
 //   LocalDarwinNotifyCenter session;
 //   PLXDarwinNotificationCenter app(&session), widget(&session);
-class LocalDarwinNotifyCenter final : public DarwinNotifyCenter {
+class MCC_EXPORT LocalDarwinNotifyCenter final : public DarwinNotifyCenter {
 public:
     LocalDarwinNotifyCenter();
     ~LocalDarwinNotifyCenter() override;

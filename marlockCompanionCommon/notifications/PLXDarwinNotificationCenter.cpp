@@ -2,8 +2,8 @@
 
 #include "marlockCompanionCommon/notifications/DarwinNotifyCenter.h"
 #include "marlockCompanionCommon/notifications/PLXNotificationCenterPrefixWrapper.h"
-#include "marlockCompanionCommon/platform/Identity.h"
-#include "marlockCompanionCommon/platform/OperationQueue.h"
+#include "marlockCompanionCommon/platform/runtime/Identity.h"
+#include "marlockCompanionCommon/platform/runtime/OperationQueue.h"
 
 #include <QMetaMethod>
 

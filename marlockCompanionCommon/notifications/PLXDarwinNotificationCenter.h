@@ -1,5 +1,6 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
 #include "marlockCompanionCommon/notifications/PLXNotificationCenter.h"
 
 #include <QHash>
@@ -31,7 +32,7 @@ class DarwinNotifyCenter;
 //                                           [](const platform::Notification& n) { reload(); });
 //   center->postNotificationName("VPMSeparatorStringDidChangeDarwinNotification");
 //   center->removeObserver(token.get());
-class PLXDarwinNotificationCenter : public QObject, public PLXNotificationCenter {
+class MCC_EXPORT PLXDarwinNotificationCenter : public QObject, public PLXNotificationCenter {
     Q_OBJECT
 public:
     // The process-wide center over the session bus: created once on first call (thread-safe),

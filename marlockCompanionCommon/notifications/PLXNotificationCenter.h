@@ -1,6 +1,7 @@
 #pragma once
 
-#include "marlockCompanionCommon/platform/Notification.h"
+#include "marlockCompanionCommon/Export.h"
+#include "marlockCompanionCommon/platform/runtime/Notification.h"
 
 #include <QObject>
 #include <QString>
@@ -15,7 +16,7 @@ class OperationQueue;
 
 // A notification center for names that cross process boundaries. Notifications carry only
 // their name: delivered notifications have the full registered name, no object, no user info.
-class PLXNotificationCenter {
+class MCC_EXPORT PLXNotificationCenter {
 public:
     // The observer object of a block registration. The center keeps it (and so the
     // registration) until it is passed to removeObserver(), whether or not the caller keeps it.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
 #include "marlockCompanionCommon/notifications/PLXNotificationCenter.h"
 
 #include <QObject>
@@ -19,7 +20,7 @@
 //    of the wrapped center, names outside this prefix included;
 //  - removeObserver(observer, std::nullopt) removes "<prefix>.(null)" only (the placeholder the
 //    platform writes for a missing name), i.e. nothing real.
-class PLXNotificationCenterPrefixWrapper : public QObject, public PLXNotificationCenter {
+class MCC_EXPORT PLXNotificationCenterPrefixWrapper : public QObject, public PLXNotificationCenter {
     Q_OBJECT
 public:
     // Wraps `notificationCenter`; `prefix` is stored without its leading and trailing dots.

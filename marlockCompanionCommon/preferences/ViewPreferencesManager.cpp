@@ -2,10 +2,10 @@
 
 #include "marlockCommon/Bundle.h"
 #include "marlockCompanionCommon/notifications/PLXDarwinNotificationCenter.h"
-#include "marlockCompanionCommon/platform/FatalError.h"
-#include "marlockCompanionCommon/platform/Identity.h"
-#include "marlockCompanionCommon/platform/PropertyList.h"
-#include "marlockCompanionCommon/platform/UserDefaults.h"
+#include "marlockCompanionCommon/platform/runtime/FatalError.h"
+#include "marlockCompanionCommon/platform/runtime/Identity.h"
+#include "marlockCompanionCommon/platform/storage/PropertyList.h"
+#include "marlockCompanionCommon/platform/storage/UserDefaults.h"
 
 #include <mutex>
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
+
 #include <QByteArray>
 #include <QObject>
 #include <QString>
@@ -31,7 +33,7 @@ inline const QString VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification
 //   auto* preferences = ViewPreferencesManager::sharedManager();
 //   preferences->setSeparatorString(QStringLiteral(" "));
 //   label->setText(ViewPreferencesManager::formatCodeWithSeparator(QStringLiteral("123456"))); // "123 456"
-class ViewPreferencesManager : public QObject {
+class MCC_EXPORT ViewPreferencesManager : public QObject {
     Q_OBJECT
 public:
     // The process's manager, over the application group's suite (the standard store when the

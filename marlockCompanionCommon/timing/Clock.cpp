@@ -1,9 +1,9 @@
 #include "marlockCompanionCommon/timing/Clock.h"
 
 #include "marlockCommon/TimeSource.h"
-#include "marlockCompanionCommon/platform/FatalError.h"
-#include "marlockCompanionCommon/platform/NotificationCenter.h"
-#include "marlockCompanionCommon/platform/SystemClockMonitor.h"
+#include "marlockCompanionCommon/platform/runtime/FatalError.h"
+#include "marlockCompanionCommon/platform/runtime/NotificationCenter.h"
+#include "marlockCompanionCommon/platform/runtime/SystemClockMonitor.h"
 #include "marlockCompanionCommon/timing/RunLoopTimer.h"
 
 #include <cmath>

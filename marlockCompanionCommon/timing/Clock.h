@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
+
 #include <QObject>
 
 #include <functional>
@@ -20,7 +22,7 @@ class RunLoopTimer;
 //
 //   Clock clock(30, [&](double now) { showCode(generator.code(now)); });
 //   clock.start();                     // the first tick comes at the next boundary
-class Clock : public QObject {
+class MCC_EXPORT Clock : public QObject {
     Q_OBJECT
 public:
     using TickHandler = std::function<void(double)>;

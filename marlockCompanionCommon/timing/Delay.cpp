@@ -1,7 +1,7 @@
 #include "marlockCompanionCommon/timing/Delay.h"
 
-#include "marlockCompanionCommon/platform/FatalError.h"
-#include "marlockCompanionCommon/platform/OperationQueue.h"
+#include "marlockCompanionCommon/platform/runtime/FatalError.h"
+#include "marlockCompanionCommon/platform/runtime/OperationQueue.h"
 
 #include <cmath>
 

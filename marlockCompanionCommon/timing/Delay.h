@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
+
 #include <QtGlobal>
 
 #include <functional>
@@ -13,8 +15,8 @@
 // about ±292 years) stops the process: it is not clamped.
 //
 //   delay(0.25, [label] { label->hide(); });
-void delay(double seconds, std::function<void()> closure);
+MCC_EXPORT void delay(double seconds, std::function<void()> closure);
 
 // The nanoseconds delay() waits for `seconds`, stopping the process in the same cases.
 //   delayNanoseconds(1.0000000009) == 1'000'000'000
-qint64 delayNanoseconds(double seconds);
+MCC_EXPORT qint64 delayNanoseconds(double seconds);

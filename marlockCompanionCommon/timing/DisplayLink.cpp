@@ -1,7 +1,7 @@
 #include "marlockCompanionCommon/timing/DisplayLink.h"
 
-#include "marlockCompanionCommon/platform/FatalError.h"
-#include "marlockCompanionCommon/platform/OperationQueue.h"
+#include "marlockCompanionCommon/platform/runtime/FatalError.h"
+#include "marlockCompanionCommon/platform/runtime/OperationQueue.h"
 
 #include <QGuiApplication>
 #include <QScreen>

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
+
 #include <QtGlobal>
 
 #include <atomic>
@@ -22,7 +24,7 @@
 //   auto link = DisplayLink::createWithActiveDisplays();
 //   link->setOutputCallback([](const DisplayLink::FrameTimes&) { advance(); });
 //   link->start();
-class DisplayLink {
+class MCC_EXPORT DisplayLink {
 public:
     // Monotonic nanoseconds (QDeadlineTimer/steady clock) of this frame and of the next.
     struct FrameTimes {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
 #include "marlockCompanionCommon/timing/DisplayLink.h"
 
 #include <QObject>
@@ -20,7 +21,7 @@
 //   link.start();
 //   …
 //   link.stop();
-class OTPDisplayLink : public QObject {
+class MCC_EXPORT OTPDisplayLink : public QObject {
     Q_OBJECT
 public:
     using Callback = std::function<void()>;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "marlockCompanionCommon/Export.h"
+
 #include <QObject>
 #include <QPointer>
 #include <QTimer>
@@ -20,7 +22,7 @@
 //
 //   auto timer = RunLoopTimer::create(next, clock, "timerDidFire");
 //   timer->schedule();
-class RunLoopTimer : public QObject {
+class MCC_EXPORT RunLoopTimer : public QObject {
     Q_OBJECT
 public:
     // A timer for `fireDate` that will invoke `method` (a bare name; the method takes one

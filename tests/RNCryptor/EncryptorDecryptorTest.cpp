@@ -1,6 +1,6 @@
 #include "marlockCompanionCommon/RNCryptor/RNCryptor.h"
 #include "marlockCompanionCommon/RNCryptor/SecretBytes_p.h"
-#include "marlockCompanionCommon/platform/SystemLog.h"
+#include "marlockCompanionCommon/platform/runtime/SystemLog.h"
 #include "tests/RNCryptor/ReferenceContainer.h"
 
 #include <gtest/gtest.h>
@@ -11,6 +11,7 @@
 namespace {
 
 using RNCryptor::Error;
+using RNCryptor::internal::wipe;
 
 const QString password = QStringLiteral("sync passcode");
 const QByteArray encryptionKey = reference::pattern(32, 11);

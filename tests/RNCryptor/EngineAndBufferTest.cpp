@@ -11,6 +11,8 @@
 
 namespace {
 
+using namespace RNCryptor::internal;
+
 const QByteArray key = reference::pattern(32, 1);
 const QByteArray hmacKey = reference::pattern(32, 2);
 const QByteArray iv = reference::pattern(16, 3);

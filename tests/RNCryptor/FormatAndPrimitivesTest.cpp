@@ -11,6 +11,7 @@
 namespace {
 
 using RNCryptor::FormatV3;
+using namespace RNCryptor::internal;
 
 // Makes every OpenSSL algorithm unavailable on this thread, so that the random source and the key
 // derivation fail for real. Only ever called inside a death test's child process.

@@ -1,6 +1,6 @@
 #include "marlockCompanionCommon/display/NumberScrollLayer.h"
-#include "marlockCompanionCommon/platform/KeyedArchiver.h"
-#include "marlockCompanionCommon/platform/KeyedUnarchiver.h"
+#include "marlockCompanionCommon/keychain/KeyedArchiver.h"
+#include "marlockCompanionCommon/keychain/KeyedUnarchiver.h"
 
 #include <gtest/gtest.h>
 

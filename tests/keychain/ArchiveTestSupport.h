@@ -1,7 +1,7 @@
 #pragma once
 
 #include "marlockCommon/KeyedCoding.h"
-#include "marlockCompanionCommon/platform/PropertyList.h"
+#include "marlockCompanionCommon/platform/storage/PropertyList.h"
 
 #include <QVariant>
 

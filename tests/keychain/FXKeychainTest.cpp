@@ -1,12 +1,12 @@
 // FXKeychain over both backends (the throw-away Secret Service keyring and memory), plus the
 // failure paths and class-wide deletions, which run on memory only: a class-wide delete in the
 // shared test keyring would remove other tests' items.
-#include "KeychainTestSupport.h"
+#include "tests/platform/keychain/KeychainTestSupport.h"
 
 #include "marlockCompanionCommon/keychain/FXKeychain.h"
-#include "marlockCompanionCommon/platform/Identity.h"
-#include "marlockCompanionCommon/platform/PropertyList.h"
-#include "marlockCompanionCommon/platform/SystemLog.h"
+#include "marlockCompanionCommon/platform/runtime/Identity.h"
+#include "marlockCompanionCommon/platform/runtime/SystemLog.h"
+#include "marlockCompanionCommon/platform/storage/PropertyList.h"
 
 #include <QDateTime>
 #include <QSize>

@@ -3,8 +3,8 @@
 #include "ArchiveTestSupport.h"
 
 #include "marlockCommon/OTPToken.h"
-#include "marlockCompanionCommon/platform/KeyedArchiver.h"
-#include "marlockCompanionCommon/platform/KeyedUnarchiver.h"
+#include "marlockCompanionCommon/keychain/KeyedArchiver.h"
+#include "marlockCompanionCommon/keychain/KeyedUnarchiver.h"
 
 #include <QDateTime>
 #include <QJsonDocument>

@@ -3,7 +3,7 @@
 
 #include "marlockCommon/OTPToken.h"
 #include "marlockCompanionCommon/keychain/KeyedArchiverAdditions.h"
-#include "marlockCompanionCommon/platform/KeyedArchiverTypes.h"
+#include "marlockCompanionCommon/keychain/KeyedArchiverTypes.h"
 
 #include <QDateTime>
 #include <QSize>

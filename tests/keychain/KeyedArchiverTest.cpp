@@ -2,8 +2,8 @@
 // of classes that code themselves, and secure decoding that refuses whatever it was not asked for.
 #include "ArchiveTestSupport.h"
 
-#include "marlockCompanionCommon/platform/KeyedArchiver.h"
-#include "marlockCompanionCommon/platform/KeyedUnarchiver.h"
+#include "marlockCompanionCommon/keychain/KeyedArchiver.h"
+#include "marlockCompanionCommon/keychain/KeyedUnarchiver.h"
 
 #include <QDateTime>
 #include <QSize>

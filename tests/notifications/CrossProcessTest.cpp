@@ -1,6 +1,6 @@
 // Two real processes on the private session bus, and foreign D-Bus clients, against the
 // notification center. Runs inside scripts/with-session.
-#include "marlockCompanionCommon/platform/Identity.h"
+#include "marlockCompanionCommon/platform/runtime/Identity.h"
 #include "tests/notifications/NotificationTestSupport.h"
 #include "tests/support/TestSupport.h"
 

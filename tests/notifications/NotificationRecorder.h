@@ -1,6 +1,6 @@
 #pragma once
 
-#include "marlockCompanionCommon/platform/Notification.h"
+#include "marlockCompanionCommon/platform/runtime/Notification.h"
 
 #include <QObject>
 #include <QStringList>

@@ -7,7 +7,7 @@
 //                                              own posts came back and a quiet spell passed, says
 //                                              "self <n>" and "log <lines about other processes>".
 #include "marlockCompanionCommon/notifications/PLXDarwinNotificationCenter.h"
-#include "marlockCompanionCommon/platform/SystemLog.h"
+#include "marlockCompanionCommon/platform/runtime/SystemLog.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>

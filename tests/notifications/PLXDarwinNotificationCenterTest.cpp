@@ -1,5 +1,5 @@
 // The center's behaviour, checked against the in-memory service and against the session bus.
-#include "marlockCompanionCommon/platform/OperationQueue.h"
+#include "marlockCompanionCommon/platform/runtime/OperationQueue.h"
 #include "tests/notifications/NotificationRecorder.h"
 #include "tests/notifications/NotificationTestSupport.h"
 #include "tests/support/TestSupport.h"

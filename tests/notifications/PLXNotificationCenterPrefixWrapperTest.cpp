@@ -1,5 +1,5 @@
 #include "marlockCompanionCommon/notifications/PLXNotificationCenterPrefixWrapper.h"
-#include "marlockCompanionCommon/platform/Identity.h"
+#include "marlockCompanionCommon/platform/runtime/Identity.h"
 #include "tests/notifications/NotificationRecorder.h"
 #include "tests/notifications/NotificationTestSupport.h"
 #include "tests/support/TestSupport.h"

@@ -1,8 +1,8 @@
 // Two real processes share the preferences: this test process and a peer (vpm_peer) on the
 // same application group, the same settings folder and the same session bus.
 #include "marlockCompanionCommon/notifications/PLXDarwinNotificationCenter.h"
-#include "marlockCompanionCommon/platform/Identity.h"
-#include "marlockCompanionCommon/platform/UserDefaults.h"
+#include "marlockCompanionCommon/platform/runtime/Identity.h"
+#include "marlockCompanionCommon/platform/storage/UserDefaults.h"
 #include "marlockCompanionCommon/preferences/ViewPreferencesManager.h"
 #include "tests/preferences/QStringPrinter.h"
 #include "tests/support/TestSupport.h"

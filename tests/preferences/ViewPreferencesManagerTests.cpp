@@ -2,8 +2,8 @@
 
 #include "marlockCommon/Bundle.h"
 #include "marlockCompanionCommon/notifications/PLXDarwinNotificationCenter.h"
-#include "marlockCompanionCommon/platform/PropertyList.h"
-#include "marlockCompanionCommon/platform/UserDefaults.h"
+#include "marlockCompanionCommon/platform/storage/PropertyList.h"
+#include "marlockCompanionCommon/platform/storage/UserDefaults.h"
 #include "tests/preferences/QStringPrinter.h"
 #include "tests/support/TestSupport.h"
 

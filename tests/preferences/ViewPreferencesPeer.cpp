@@ -5,9 +5,9 @@
 //    "<bare name> separator=<separator> color=<0|1>";
 //  - reads commands on standard input, "separator <text>" and "color <0|1>", until it closes.
 #include "marlockCompanionCommon/notifications/PLXDarwinNotificationCenter.h"
-#include "marlockCompanionCommon/platform/Identity.h"
-#include "marlockCompanionCommon/platform/OperationQueue.h"
-#include "marlockCompanionCommon/platform/UserDefaults.h"
+#include "marlockCompanionCommon/platform/runtime/Identity.h"
+#include "marlockCompanionCommon/platform/runtime/OperationQueue.h"
+#include "marlockCompanionCommon/platform/storage/UserDefaults.h"
 #include "marlockCompanionCommon/preferences/ViewPreferencesManager.h"
 
 #include <QCoreApplication>

@@ -1,8 +1,8 @@
 #include "marlockCompanionCommon/timing/Clock.h"
 
 #include "marlockCommon/TimeSource.h"
-#include "marlockCompanionCommon/platform/NotificationCenter.h"
-#include "marlockCompanionCommon/platform/SystemClockMonitor.h"
+#include "marlockCompanionCommon/platform/runtime/NotificationCenter.h"
+#include "marlockCompanionCommon/platform/runtime/SystemClockMonitor.h"
 #include "marlockCompanionCommon/timing/RunLoopTimer.h"
 #include "tests/support/TestSupport.h"
 

@@ -1,6 +1,6 @@
 #include "marlockCompanionCommon/timing/OTPDisplayLink.h"
 
-#include "marlockCompanionCommon/platform/OperationQueue.h"
+#include "marlockCompanionCommon/platform/runtime/OperationQueue.h"
 #include "tests/support/TestSupport.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
-#include "marlockCompanionCommon/platform/SystemClockMonitor.h"
+#include "marlockCompanionCommon/platform/runtime/SystemClockMonitor.h"
 
-#include "marlockCompanionCommon/platform/NotificationCenter.h"
-#include "marlockCompanionCommon/platform/OperationQueue.h"
+#include "marlockCompanionCommon/platform/runtime/NotificationCenter.h"
+#include "marlockCompanionCommon/platform/runtime/OperationQueue.h"
 #include "tests/support/TestSupport.h"
 
 #include <gtest/gtest.h>

@@ -1,11 +1,11 @@
 #include "marlockCompanionCommon/keychain/internal/FXKeychainCoding.h"
 
 #include "marlockCompanionCommon/keychain/FXKeychainPropertyList.h"
-#include "marlockCompanionCommon/platform/PropertyList.h"
+#include "marlockCompanionCommon/platform/storage/PropertyList.h"
 
 #include <QStringDecoder>
 
-namespace fxkeychain {
+namespace keychain::internal {
 namespace {
 
 const QByteArray kBinaryMagic = QByteArrayLiteral("bplist");
@@ -68,4 +68,4 @@ QVariant decode(const QByteArray& data, std::optional<platform::Error>* parseErr
     return result;
 }
 
-} // namespace fxkeychain
+} // namespace keychain::internal

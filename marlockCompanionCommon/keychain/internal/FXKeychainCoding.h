@@ -1,6 +1,6 @@
 #pragma once
 
-#include "marlockCompanionCommon/platform/Error.h"
+#include "marlockCompanionCommon/platform/runtime/Error.h"
 
 #include <QByteArray>
 #include <QVariant>
@@ -9,7 +9,7 @@
 
 // How FXKeychain turns values into item bytes and back. Kept apart so that the decoding of
 // stored (untrusted) bytes can be fuzzed on its own.
-namespace fxkeychain {
+namespace keychain::internal {
 
 // The bytes stored for `object`: UTF-8 for a string (unless it starts with "bplist" and parses
 // as a property list), else the binary property list of its property-list representation.
@@ -21,4 +21,4 @@ std::optional<QByteArray> encode(const QVariant& object, platform::Error* error)
 // error, if parsing was tried and failed.
 QVariant decode(const QByteArray& data, std::optional<platform::Error>* parseError);
 
-} // namespace fxkeychain
+} // namespace keychain::internal

@@ -1,8 +1,8 @@
 #include "marlockCompanionCommon/notifications/internal/DBusDarwinNotifyCenter.h"
 
 #include "marlockCompanionCommon/notifications/internal/NotifyObserverRegistry.h"
-#include "marlockCompanionCommon/platform/OperationQueue.h"
-#include "marlockCompanionCommon/platform/SystemLog.h"
+#include "marlockCompanionCommon/platform/runtime/OperationQueue.h"
+#include "marlockCompanionCommon/platform/runtime/SystemLog.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
