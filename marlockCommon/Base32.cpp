@@ -80,7 +80,8 @@ QByteArray decode(QStringView text) {
     const qsizetype remainder = symbols % 8;
     if (remainder == 1 || remainder == 3 || remainder == 6)
         fail(QStringLiteral("%1 symbols is not a length any bytes encode to").arg(symbols));
-    if (padding > 0 && (remainder == 0 || (symbols + padding) % 8 != 0))
+    // Padding, when there is any, fills the last group and no more: "MY" takes exactly six "=".
+    if (padding > 0 && (remainder == 0 || padding != 8 - remainder))
         fail(QStringLiteral("%1 padding characters after %2 symbols").arg(padding).arg(symbols));
     return out;
 }

@@ -17,7 +17,8 @@ MARLOCK_COMMON_EXPORT QString encode(const QByteArray& bytes, bool padding = tru
 
 // Decodes Base32 the way authenticator apps hand it over: lower case, missing padding and
 // spaces (as in "jbsw y3dp ehpk 3pxp") are accepted. Anything else outside the alphabet, "=" other
-// than as trailing padding, or a length no byte string encodes to throws
+// than as the trailing padding that completes the last group of 8 (more is refused), or a length no
+// byte string encodes to throws
 // TokenError(invalidBase32). Bits left over after the last whole byte are ignored.
 MARLOCK_COMMON_EXPORT QByteArray decode(QStringView text);
 

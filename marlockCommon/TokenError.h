@@ -14,7 +14,7 @@ namespace marlockCommon {
 // human-readable message naming what was wrong.
 //
 //   try {
-//       auto record = parseKeyURI(text);
+//       const marlockCommon::TokenRecord record = marlockCommon::KeyURI::parse(text);
 //   } catch (const marlockCommon::TokenError& error) {
 //       qWarning() << error.message();   // "Bad digits (must be 6, 7 or 8): 12"
 //   }

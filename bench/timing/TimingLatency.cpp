@@ -22,6 +22,7 @@
 #include <cmath>
 #include <cstdio>
 #include <ctime>
+#include <memory>
 #include <mutex>
 #include <numeric>
 #include <thread>
@@ -111,11 +112,21 @@ qint64 steadyNs() {
 }
 
 int measureDisplayLink(QGuiApplication& app, double seconds) {
-    std::vector<qint64> linkStamps, timerStamps;
-    linkStamps.reserve(10000);
+    // Shared with the link's thread: a call may still be finishing after stop() returns.
+    struct Stamps {
+        std::mutex mutex;
+        std::vector<qint64> values;
+    };
+    auto shared = std::make_shared<Stamps>();
+    std::vector<qint64> timerStamps;
+    shared->values.reserve(10000);
     timerStamps.reserve(10000);
     OTPDisplayLink link;
-    link.setCallback([&] { linkStamps.push_back(steadyNs()); });
+    link.setCallback([shared] {
+        const qint64 now = steadyNs();
+        std::lock_guard lock(shared->mutex);
+        shared->values.push_back(now);
+    });
     const double rate = link.displayLink()->nominalFramesPerSecond();
 
     QTimer baseline;
@@ -132,6 +143,11 @@ int measureDisplayLink(QGuiApplication& app, double seconds) {
     link.stop();
     baseline.stop();
     const double elapsed = (steadyNs() - begin) / 1e9;
+    std::vector<qint64> linkStamps;
+    {
+        std::lock_guard lock(shared->mutex);
+        linkStamps = shared->values;
+    }
 
     std::printf("nominal %.3f Hz over %.2f s\n", rate, elapsed);
     std::printf("OTPDisplayLink: %zu callbacks, %.3f per second\n", linkStamps.size(),

@@ -1,6 +1,9 @@
 // Writes seed inputs for the two fuzzers: valid containers (so the success path is covered from
-// the start), followed by the bytes the fuzzers read from the end (mode and piece seed).
-//   make-seeds <decryptor-corpus-dir> <keys-corpus-dir>
+// the start), followed by the bytes the fuzzers read from the end (mode and piece seed). The
+// seeds kept in fuzz/RNCryptor/corpus were made with it; run the fuzz build's copy, whose keys
+// are derived with the fuzzing round count, or the password seeds would not open:
+//   build-fuzz/fuzz/RNCryptor/fuzz_RNCryptor_make_seeds
+//       fuzz/RNCryptor/corpus/Decryptor fuzz/RNCryptor/corpus/DecryptorV3Keys
 #include "marlockCompanionCommon/RNCryptor/RNCryptor.h"
 
 #include <QDir>

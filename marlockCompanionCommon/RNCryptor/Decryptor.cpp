@@ -1,8 +1,8 @@
 #include "marlockCompanionCommon/RNCryptor/Decryptor.h"
 
+#include "marlockCompanionCommon/RNCryptor/Credential_p.h"
 #include "marlockCompanionCommon/RNCryptor/DecryptorV3.h"
 #include "marlockCompanionCommon/RNCryptor/Error.h"
-#include "marlockCompanionCommon/RNCryptor/SecretBytes_p.h"
 #include "marlockCompanionCommon/RNCryptor/VersionedDecryptorType_p.h"
 
 #include <algorithm>
@@ -13,11 +13,9 @@ using namespace internal;
 
 Decryptor::Decryptor(const QString& password)
     : decryptors_{VersionedDecryptorKind::of<DecryptorV3>()}
-    , password_(password.constData(), password.size()) {}
+    , password_(std::make_unique<Credential>(Credential::password(password))) {}
 
-Decryptor::~Decryptor() {
-    wipe(password_);
-}
+Decryptor::~Decryptor() = default;
 
 QByteArray Decryptor::decrypt(const QByteArray& data) {
     return oneshot(data);
@@ -42,7 +40,7 @@ QByteArray Decryptor::update(const QByteArray& data) {
     for (const VersionedDecryptorKind& kind : toCheck) {
         if (!kind.canDecrypt(QByteArrayView(buffer_).first(kind.preambleSize)))
             continue;
-        decryptor_ = kind.make(password_);
+        decryptor_ = kind.make(password_->passwordText());
         // The gathered bytes are dropped only once the chosen decryptor has taken them.
         QByteArray output = decryptor_->update(buffer_);
         buffer_ = QByteArray();

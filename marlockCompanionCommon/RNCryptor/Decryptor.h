@@ -12,8 +12,9 @@
 namespace RNCryptor {
 
 namespace internal {
+class Credential;
 struct VersionedDecryptorKind;
-}
+} // namespace internal
 
 // Reads a password container of any known version: the first bytes of the stream choose the
 // versioned decryptor (today only version 3, recognised by its first byte), which then reads the
@@ -40,7 +41,8 @@ private:
     std::vector<internal::VersionedDecryptorKind> decryptors_;
     QByteArray buffer_;
     std::unique_ptr<RNCryptorType> decryptor_;
-    QString password_;
+    // Kept to build the chosen decryptor; cleansed when this goes away.
+    std::unique_ptr<internal::Credential> password_;
 };
 
 } // namespace RNCryptor

@@ -5,6 +5,8 @@
 #include "marlockCompanionCommon/RNCryptor/Fatal_p.h"
 #include "marlockCompanionCommon/RNCryptor/FormatV3.h"
 
+#include <algorithm>
+
 namespace RNCryptor::internal {
 
 namespace {
@@ -28,13 +30,16 @@ DecryptorEngineV3::DecryptorEngineV3(QByteArrayView encryptionKey, QByteArrayVie
 }
 
 QByteArray DecryptorEngineV3::update(QByteArrayView data) {
-    const OverflowingBuffer::Release released = buffer_.release(data);
-    hmac_.update(released.held);
-    hmac_.update(released.fresh);
     QByteArray plaintext;
-    plaintext.reserve(engine_.outputLength(released.held.size() + released.fresh.size()));
-    engine_.appendUpdate(released.held, plaintext);
-    engine_.appendUpdate(released.fresh, plaintext);
+    // Room for this call's plaintext in one allocation, and none at all when no block is complete
+    // yet (most calls, when the stream comes in small pieces).
+    const qsizetype released = std::max<qsizetype>(0, buffer_.size() + data.size() - buffer_.capacity());
+    if (engine_.updateLength(released) > 0)
+        plaintext.reserve(engine_.outputLength(released));
+    buffer_.release(data, [&](QByteArrayView part) {
+        hmac_.update(part);
+        engine_.appendUpdate(part, plaintext);
+    });
     return plaintext;
 }
 

@@ -9,9 +9,11 @@
 
 namespace RNCryptor::internal {
 
-// The reading side of a version-3 container once its header has been parsed: the body (the
-// ciphertext followed by the 32-byte MAC) goes through an overflowing buffer that keeps the last
-// 32 bytes back, since they are the MAC; everything released is MACed and deciphered.
+// Reads the body of a version-3 container (ciphertext, then the 32-byte MAC) after DecryptorV3
+// has taken the header apart and found the keys. Until the stream ends, any 32 bytes could be
+// the MAC, so the newest 32 stay in an overflowing buffer; the bytes pushed out of it are
+// ciphertext for certain and go to the MAC and the cipher at once, keeping memory flat however
+// long the stream.
 class DecryptorEngineV3 {
 public:
     // Keys of 32 bytes and an IV of 16 (anything else stops the process); `header` is the whole

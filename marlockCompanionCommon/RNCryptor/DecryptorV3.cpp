@@ -84,7 +84,7 @@ std::unique_ptr<internal::DecryptorEngineV3> DecryptorV3::makeEngine(const QStri
 }
 
 std::unique_ptr<internal::DecryptorEngineV3>
-DecryptorV3::makeEngine(const QByteArray& encryptionKey, const QByteArray& hmacKey, QByteArrayView header) {
+DecryptorV3::makeEngine(QByteArrayView encryptionKey, QByteArrayView hmacKey, QByteArrayView header) {
     cryptorPrecondition(header.size() == FormatV3::keyHeaderSize, "key header must be 18 bytes");
     cryptorPrecondition(encryptionKey.size() == FormatV3::keySize, "encryption key must be 32 bytes");
     cryptorPrecondition(hmacKey.size() == FormatV3::keySize, "HMAC key must be 32 bytes");

@@ -51,7 +51,7 @@ private:
     static std::unique_ptr<internal::DecryptorEngineV3> makeEngine(const QString& password,
                                                                    QByteArrayView header);
     static std::unique_ptr<internal::DecryptorEngineV3>
-    makeEngine(const QByteArray& encryptionKey, const QByteArray& hmacKey, QByteArrayView header);
+    makeEngine(QByteArrayView encryptionKey, QByteArrayView hmacKey, QByteArrayView header);
 
     QByteArray buffer_;
     std::unique_ptr<internal::DecryptorEngineV3> decryptorEngine_;

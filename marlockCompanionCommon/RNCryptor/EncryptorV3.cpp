@@ -57,25 +57,27 @@ EncryptorV3::EncryptorV3(const QByteArray& encryptionKey, const QByteArray& hmac
 
 EncryptorV3::~EncryptorV3() = default;
 
-void EncryptorV3::start(const QByteArray& encryptionKey, const QByteArray& hmacKey, const QByteArray& iv,
-                        const QByteArray& header) {
+void EncryptorV3::start(QByteArrayView encryptionKey, QByteArrayView hmacKey, QByteArrayView iv,
+                        QByteArray header) {
     cryptorPrecondition(encryptionKey.size() == FormatV3::keySize, "encryption key must be 32 bytes");
     cryptorPrecondition(hmacKey.size() == FormatV3::keySize, "HMAC key must be 32 bytes");
     cryptorPrecondition(iv.size() == FormatV3::ivSize, "IV must be 16 bytes");
     hmac_ = std::make_unique<HMACV3>(hmacKey);
     engine_ = std::make_unique<Engine>(CryptorOperation::encrypt, encryptionKey, iv);
-    pendingHeader_ = header;
+    pendingHeader_ = std::move(header);
 }
 
 // Every output starts here: the header leads the first one, even when the cipher has nothing
 // yet. The cipher then writes straight after it, and the MAC takes the output in stream order.
+// Without a header and with no room asked for, the output stays unallocated.
 QByteArray EncryptorV3::takeHeader(qsizetype room) {
     QByteArray output;
     if (pendingHeader_) {
         output = std::move(*pendingHeader_);
         pendingHeader_.reset();
     }
-    output.reserve(output.size() + room);
+    if (room > 0)
+        output.reserve(output.size() + room);
     return output;
 }
 
@@ -89,7 +91,9 @@ QByteArray EncryptorV3::encrypt(const QByteArray& data) {
 }
 
 QByteArray EncryptorV3::update(const QByteArray& data) {
-    QByteArray output = takeHeader(engine_->outputLength(data.size()));
+    // Most small pieces complete no block: they then cost no allocation.
+    const qsizetype room = engine_->updateLength(data.size()) > 0 ? engine_->outputLength(data.size()) : 0;
+    QByteArray output = takeHeader(room);
     engine_->appendUpdate(data, output);
     hmac_->update(output);
     return output;

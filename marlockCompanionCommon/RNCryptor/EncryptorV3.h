@@ -4,6 +4,7 @@
 #include "marlockCompanionCommon/RNCryptor/RNCryptorType.h"
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QString>
 
 #include <memory>
@@ -52,8 +53,7 @@ public:
     [[nodiscard]] QByteArray finalData() override;
 
 private:
-    void start(const QByteArray& encryptionKey, const QByteArray& hmacKey, const QByteArray& iv,
-               const QByteArray& header);
+    void start(QByteArrayView encryptionKey, QByteArrayView hmacKey, QByteArrayView iv, QByteArray header);
     QByteArray takeHeader(qsizetype room);
 
     std::unique_ptr<internal::Engine> engine_;

@@ -1,7 +1,10 @@
 #include "marlockCompanionCommon/RNCryptor/Engine_p.h"
 
+#include "marlockCompanionCommon/RNCryptor/Fatal_p.h"
+#include "marlockCompanionCommon/RNCryptor/OpenSSLStatus_p.h"
 #include "marlockCompanionCommon/RNCryptor/SecretBytes_p.h"
 
+#include <openssl/err.h>
 #include <openssl/evp.h>
 
 #include <algorithm>
@@ -11,7 +14,6 @@ namespace RNCryptor::internal {
 
 namespace {
 
-constexpr qsizetype blockSize = 16;
 // The cipher counts in int; longer input goes through in pieces of this size (a block multiple).
 constexpr qsizetype maximumPiece = qsizetype(1) << 30;
 
@@ -40,16 +42,21 @@ void Engine::ContextDeleter::operator()(evp_cipher_ctx_st* context) const {
 
 Engine::Engine(CryptorOperation operation, QByteArrayView key, QByteArrayView iv)
     : operation_(operation) {
+    cryptorPrecondition(key.size() == 16 || key.size() == 24 || key.size() == 32,
+                        "AES key must be 16, 24 or 32 bytes");
+    cryptorPrecondition(iv.size() == blockSize, "IV must be 16 bytes");
     const EVP_CIPHER* cipher = cipherForKeyLength(key.size());
-    if (!cipher || iv.size() != blockSize)
-        return; // no cryptor: every call gives empty output
-    cryptor_.reset(EVP_CIPHER_CTX_new());
-    if (!cryptor_)
-        return;
-    const int encrypting = operation == CryptorOperation::encrypt ? 1 : 0;
-    if (EVP_CipherInit_ex2(cryptor_.get(), cipher, reinterpret_cast<const unsigned char*>(key.data()),
-                           reinterpret_cast<const unsigned char*>(iv.data()), encrypting, nullptr) != 1)
-        cryptor_.reset();
+    int result = 0;
+    if (cipher)
+        cryptor_.reset(EVP_CIPHER_CTX_new());
+    if (cryptor_)
+        result =
+            EVP_CipherInit_ex2(cryptor_.get(), cipher, reinterpret_cast<const unsigned char*>(key.data()),
+                               reinterpret_cast<const unsigned char*>(iv.data()),
+                               operation == CryptorOperation::encrypt ? 1 : 0, nullptr);
+    // Going on without a cipher would write containers without ciphertext.
+    if (const int status = openSSLStatus(result); status != 0)
+        cryptorFatalError(QStringLiteral("SECURITY FAILURE: Could not set up AES-CBC (%1).").arg(status));
 }
 
 Engine::~Engine() {
@@ -57,27 +64,15 @@ Engine::~Engine() {
     wipe(buffer_);
 }
 
-qsizetype Engine::outputLength(qsizetype inputLength) const {
-    const qsizetype pending = held_ + inputLength;
-    if (operation_ == CryptorOperation::encrypt)
-        return pending / blockSize * blockSize + blockSize; // whole blocks, then the padding block
-    return pending;
-}
-
 qsizetype Engine::sizeBuffer(qsizetype dataLength) {
     const qsizetype size = outputLength(dataLength);
-    // A buffer still shared with a result handed out earlier is replaced, not copied.
-    if (buffer_.isDetached())
-        buffer_.resize(size);
-    else
-        buffer_ = QByteArray(size, Qt::Uninitialized);
+    buffer_.resize(size);
     return size;
 }
 
 QByteArray Engine::update(QByteArrayView data) {
     sizeBuffer(data.size());
-    buffer_.resize(cipherUpdate(data, buffer_.data()));
-    return buffer_; // shares until the next call, which then writes into a buffer of its own
+    return QByteArray(buffer_.constData(), cipherUpdate(data, buffer_.data()));
 }
 
 QByteArray Engine::finalData() {
@@ -87,6 +82,17 @@ QByteArray Engine::finalData() {
 }
 
 void Engine::appendUpdate(QByteArrayView data, QByteArray& out) {
+    if (data.isEmpty())
+        return;
+    if (updateLength(data.size()) == 0) {
+        // The cipher only takes the bytes in; should it write anyway, nothing is lost.
+        if (const qsizetype bound = outputLength(data.size()); buffer_.size() < bound)
+            buffer_.resize(bound);
+        const qsizetype written = cipherUpdate(data, buffer_.data());
+        if (written > 0)
+            out.append(buffer_.constData(), written);
+        return;
+    }
     const qsizetype start = out.size();
     out.resize(start + outputLength(data.size()));
     out.resize(start + cipherUpdate(data, out.data() + start));
@@ -99,8 +105,6 @@ void Engine::appendFinal(QByteArray& out) {
 }
 
 qsizetype Engine::cipherUpdate(QByteArrayView data, char* out) {
-    if (!cryptor_)
-        return 0;
     qsizetype written = 0;
     while (!data.isEmpty()) {
         const qsizetype piece = std::min(data.size(), maximumPiece);
@@ -115,10 +119,13 @@ qsizetype Engine::cipherUpdate(QByteArrayView data, char* out) {
 }
 
 qsizetype Engine::cipherFinal(char* out) {
-    if (!cryptor_)
-        return 0;
     int written = 0;
+    // A bad padding queues OpenSSL's "bad decrypt" on this thread's error queue, where the next
+    // OpenSSL user of the thread would take it for its own failure: it is dropped here, and
+    // only it, since errors queued before are someone else's.
+    ERR_set_mark();
     EVP_CipherFinal_ex(cryptor_.get(), reinterpret_cast<unsigned char*>(out), &written);
+    ERR_pop_to_mark();
     held_ = 0;
     return written;
 }

@@ -24,13 +24,13 @@ public:
         // The MAC at the end does not match, or fewer than 32 bytes followed the header. A wrong
         // password or key shows only as this.
         hmacMismatch = 1,
-        // The first byte is not a known version, or the stream ended before any byte arrived.
+        // No version this library reads starts with the first byte, or not a single byte came.
         unknownHeader = 2,
         // The stream ended inside the header.
         messageTooShort = 3,
         // Kept for its raw value; never raised.
         memoryFailure = 4,
-        // The options byte does not match the credential (password vs. keys).
+        // A key container given a password, or a password container given keys (second byte).
         invalidCredentialType = 5,
     };
     using enum Code;

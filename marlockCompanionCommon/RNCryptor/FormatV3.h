@@ -8,34 +8,38 @@
 
 namespace RNCryptor {
 
-// Constants of the version-3 container and its password-based key derivation.
+// Sizes of the version-3 container, and the key derivation its password variant uses. Code that
+// takes a container apart or builds one by hand uses these instead of bare numbers:
 //
-// Password container: 3, 1, encryption salt (8), HMAC salt (8), IV (16), AES-256-CBC ciphertext
-// (PKCS#7, a positive multiple of 16), HMAC-SHA256 (32) over everything before it.
-// Key container: 3, 0, IV (16), ciphertext, HMAC-SHA256 (32). There is no length field: the
-// MAC is always the last 32 bytes.
+//   password container  3 | 1 | encryption salt 8 | HMAC salt 8 | IV 16 | ciphertext | MAC 32
+//   key container       3 | 0 | IV 16 | ciphertext | MAC 32
+//
+// The ciphertext is AES-256-CBC with PKCS#7 padding, so a whole number of 16-byte blocks and
+// never empty; the MAC is HMAC-SHA256 of all bytes before it. Nothing records the length, so a
+// reader can only find the MAC by keeping the newest 32 bytes aside until the stream ends.
 struct MCC_EXPORT FormatV3 {
     FormatV3() = delete;
 
-    // First byte of every container.
+    // The version byte that opens a container of this format.
     static constexpr quint8 formatVersion = 3;
-    // Length of the encryption key and of the HMAC key (AES-256).
+    // AES-256 key and HMAC key alike.
     static constexpr int keySize = 32;
-    // Length of each salt of a password container.
+    // Each of the two salts.
     static constexpr int saltSize = 8;
-    // Length of the IV (one AES block).
+    // One AES block.
     static constexpr int ivSize = 16;
-    // Length of the MAC at the end of every container.
+    // An HMAC-SHA256 value, the container's last bytes.
     static constexpr int hmacSize = 32;
     // Header of a key container: version, options, IV.
     static constexpr int keyHeaderSize = 1 + 1 + ivSize;
     // Header of a password container: version, options, two salts, IV.
     static constexpr int passwordHeaderSize = 1 + 1 + saltSize + saltSize + ivSize;
 
-    // Derives a 32-byte key from `password` (its UTF-8 bytes, not normalised) and `salt` (all of
-    // it, whatever its length) with PBKDF2-HMAC-SHA1 and 10,000 rounds. Deliberately slow (a few
-    // milliseconds). The same password and salt always give the same key. Stops the process if
-    // the derivation itself fails.
+    // A 32-byte key from `password` and `salt`: PBKDF2-HMAC-SHA1 over the password's UTF-8 bytes
+    // (not normalised, so "é" typed two ways gives two keys) and the whole salt, 10,000 rounds.
+    // Other implementations of the format derive the same key, which is what lets them open our
+    // containers. The rounds make each call cost a few milliseconds on purpose. Stops the
+    // process if OpenSSL cannot derive at all.
     [[nodiscard]] static QByteArray makeKey(const QString& password, const QByteArray& salt);
 };
 

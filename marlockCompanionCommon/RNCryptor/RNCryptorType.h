@@ -4,9 +4,10 @@
 
 #include <QByteArray>
 
-// What every encryptor and decryptor of the container does: take a stream in pieces of any
-// size, down to one byte at a time, give back whatever output is ready after each piece, and
-// the rest at the end. Each object handles one stream, on one thread.
+// The interface shared by the container's encryptors and decryptors, so that code streaming a
+// file or a network reply can drive either the same way: feed update() with pieces as they
+// arrive (their size does not matter, a single byte works), collect what each call returns, and
+// call finalData() once for the remainder. An object serves one stream, on one thread.
 //
 // Decryptors hand out plaintext before the MAC at the end has been checked; a caller that must
 // not act on unauthenticated data keeps the output until finalData() has returned. The one-shot

@@ -101,8 +101,11 @@ QVariant FXKeychain::objectForKeyedSubscript(const QString& key) const {
 bool FXKeychain::setObject(const QVariant& object, const QString& key, const platform::KeychainAccess* access,
                            Error* error) {
     const platform::KeychainQuery itemQuery = query(key);
-    const std::optional<QByteArray> encoded = keychain::internal::encode(object, error);
-    if (encoded) {
+    const keychain::internal::Encoding encoding = keychain::internal::encode(object, error);
+    // A property-list value that cannot be written: the value stored before stays.
+    if (encoding.failed)
+        return false;
+    if (const std::optional<QByteArray>& encoded = encoding.bytes) {
         platform::systemLog(QStringLiteral("Data size: %1 bytes").arg(encoded->size()));
         platform::KeychainAttributes attributes;
         attributes.data = *encoded;

@@ -18,8 +18,10 @@ class KeychainServices;
 // access refused, …), or FXKeychain::undecodableDataError.
 inline const QString FXKeychainErrorDomain = QStringLiteral("FXKeychainErrorDomain");
 
-// A small key-value store over the keychain: each key is one generic-password item, identified
-// by the store's service and the key as the account. Values are strings (stored as their UTF-8
+// Keeps small values, such as the sync passcode, in the user's keychain under names of the
+// caller's choosing, so they are encrypted at rest and shared by the app and its widget. Every
+// key gets a generic-password item of its own, found again by the store's service plus the key
+// (as the item's account). Values are strings (stored as their UTF-8
 // bytes), and data, numbers, booleans, dates, arrays and dictionaries (stored as binary property
 // lists); reading tells them apart by sniffing the bytes. Keyed archives found in the keychain
 // are never unarchived.
@@ -67,9 +69,13 @@ public:
     QVariant objectForKeyedSubscript(const QString& key) const;
 
     // Stores `object` (an invalid QVariant removes the key), applying `access` to the item
-    // whether it is created or updated. Note: when the key is new and `error` is given, `error`
-    // is left holding -25300 from the existence check although the store succeeds. An object
-    // that cannot be encoded removes the value stored before and sets the encoding error.
+    // whether it is created or updated. Every string and property-list value reads back equal,
+    // strings holding NUL or starting with "bplist" included. Note: when the key is new and
+    // `error` is given, `error` is left holding -25300 from the existence check although the
+    // store succeeds. An object with no property-list form (a type a property list cannot hold)
+    // removes the value stored before and sets the encoding error (3851); a property-list value
+    // that cannot be written all the same (nested deeper than 256 levels, a date outside years 1
+    // to 9999) returns false with that error and keeps the stored value.
     [[nodiscard]] bool setObject(const QVariant& object, const QString& key,
                                  const platform::KeychainAccess* access, platform::Error* error);
     [[nodiscard]] bool setObject(const QVariant& object, const QString& key,
@@ -87,8 +93,9 @@ public:
 
     // A reference to the key's item, owned by the caller, or null.
     // Warning: writes the item's content, i.e. the stored secret, to the system log (a diagnostic
-    // this store has always made, kept so that its log output stays the same). Don't call it for
-    // items that hold passcodes outside of diagnostics.
+    // this store has always made, kept so that its log output stays the same). It is the one call
+    // of the library that logs a secret: don't call it for items that hold passcodes outside of
+    // diagnostics.
     std::unique_ptr<platform::KeychainItem> newKeychainItemForKey(const QString& key,
                                                                   platform::Error* error = nullptr);
 

@@ -99,13 +99,6 @@ struct KeyedUnarchiver::Private {
             fail(QStringLiteral("decoding is finished"));
     }
 
-    // Archives are written as property lists, whose strings cannot hold NUL: a string that could
-    // not be archived again is refused on the way in.
-    static void checkText(const QVariant& text) {
-        if (text.toString().contains(QChar(0)))
-            fail(QStringLiteral("a string holds a NUL character"));
-    }
-
     void checkAllowed(const ClassInfo& cls, const QStringList& allowed) const {
         if (!secure)
             return;
@@ -151,7 +144,6 @@ struct KeyedUnarchiver::Private {
         switch (raw.metaType().id()) {
         case QMetaType::QString:
             checkAllowed(*builtinClass(QStringLiteral("NSString")), allowed);
-            checkText(raw);
             return raw;
         case QMetaType::Bool:
         case QMetaType::Int:
@@ -248,7 +240,6 @@ struct KeyedUnarchiver::Private {
             const QVariant text = object.value(QStringLiteral("NS.string"));
             if (text.metaType().id() != QMetaType::QString)
                 fail(QStringLiteral("a string object has no NS.string"));
-            checkText(text);
             return text;
         }
         case Kind::Data: {
@@ -357,7 +348,7 @@ QVariant KeyedUnarchiver::decodeValueOfClasses(const QStringList& classes, const
 std::optional<QString> KeyedUnarchiver::decodeStringForKey(const QString& key) {
     const QVariant value = d->current().value(key);
     if (value.metaType().id() == QMetaType::QString)
-        return value.toString().contains(QChar(0)) ? std::nullopt : std::optional<QString>(value.toString());
+        return value.toString();
     if (!isUid(value))
         return std::nullopt;
     try {

@@ -22,9 +22,10 @@ public:
     using Callback = void (*)(DarwinNotifyCenter* center, void* observer, const QString& name,
                               const void* object, const QVariantMap& userInfo);
 
-    // The session's center (the D-Bus session bus), created on first use and kept for the life
-    // of the process. Without a session bus it delivers posts to this process only and says once
-    // in the system log that other processes will not hear them.
+    // The session's center (the D-Bus session bus), created on first use (after the
+    // QCoreApplication: it joins the bus then, with one round trip) and kept for the life of the
+    // process. Without a session bus it delivers posts to this process only and says once in the
+    // system log that other processes will not hear them.
     static DarwinNotifyCenter* systemCenter();
 
     virtual ~DarwinNotifyCenter() = default;

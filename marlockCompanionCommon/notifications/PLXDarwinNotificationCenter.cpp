@@ -2,6 +2,7 @@
 
 #include "marlockCompanionCommon/notifications/DarwinNotifyCenter.h"
 #include "marlockCompanionCommon/notifications/PLXNotificationCenterPrefixWrapper.h"
+#include "marlockCompanionCommon/platform/runtime/FatalError.h"
 #include "marlockCompanionCommon/platform/runtime/Identity.h"
 #include "marlockCompanionCommon/platform/runtime/OperationQueue.h"
 
@@ -26,6 +27,49 @@ QMetaMethod findMethod(const QObject* observer, const char* selector) {
             return meta->method(index);
     }
     return {};
+}
+
+// Why `name` cannot travel as a notification name, or an empty string when it can. A D-Bus
+// string is UTF-8 without NUL: a NUL would cut the name short on the wire, and an unpaired
+// surrogate would arrive as '?', so either would reach a different name than the one observed.
+QString whyNotDeliverable(const QString& name) {
+    if (name.isEmpty())
+        return QStringLiteral("it is empty");
+    if (name.size() > PLXDarwinNotificationCenter::maximumNameLength)
+        return QStringLiteral("it is %1 UTF-16 units long, more than %2")
+            .arg(name.size())
+            .arg(PLXDarwinNotificationCenter::maximumNameLength);
+    for (qsizetype i = 0; i < name.size(); ++i) {
+        const QChar c = name.at(i);
+        if (c.isNull())
+            return QStringLiteral("it holds a NUL character at %1").arg(i);
+        if (c.isHighSurrogate() && i + 1 < name.size() && name.at(i + 1).isLowSurrogate())
+            ++i;
+        else if (c.isSurrogate())
+            return QStringLiteral("it holds an unpaired surrogate at %1").arg(i);
+    }
+    return {};
+}
+
+// A name that cannot travel is a programming error (names are the program's own constants):
+// stopping here finds it the first time the code runs, where a refusal that only logged would
+// leave an observer that never fires.
+void requireDeliverable(const QString& name, const char* operation) {
+    const QString problem = whyNotDeliverable(name);
+    if (problem.isEmpty())
+        return;
+    // The name as a log can show it: what made it unusable must not also cut the message short.
+    QString shown;
+    for (qsizetype i = 0; i < name.size() && i < 80; ++i) {
+        const QChar c = name.at(i);
+        shown += c.isNull() || c.isSurrogate()
+                     ? QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'))
+                     : QString(c);
+    }
+    if (name.size() > 80)
+        shown += QStringLiteral("…");
+    platform::fatalError(QStringLiteral("PLXDarwinNotificationCenter: cannot %1 the name \"%2\": %3")
+                             .arg(QLatin1String(operation), shown, problem));
 }
 
 // Drops entries whose observer has been destroyed; the table then holds live observers only.
@@ -84,27 +128,33 @@ void PLXDarwinNotificationCenter::px_addBlock(DeliveryBlock block, QObject* obse
 PLXNotificationCenter::ObserverToken
 PLXDarwinNotificationCenter::addObserverForName(const QString& name, platform::OperationQueue* queue,
                                                 Block block) {
-    if (!queue)
-        queue = platform::OperationQueue::mainQueue();
+    requireDeliverable(name, "observe");
+    // The caller owns the queue and may destroy it before removing the observer: from then on
+    // posts find the weak reference empty and run nothing.
+    const platform::WeakOperationQueue target(queue ? queue : platform::OperationQueue::mainQueue());
     auto token = std::make_shared<QObject>();
-    auto delivery = [queue, name, block = std::move(block)] {
-        queue->addOperation([name, block] { block(platform::Notification{name, nullptr, {}}); });
+    auto delivery = [target, name, block = std::move(block)] {
+        target.addOperation([name, block] { block(platform::Notification{name, nullptr, {}}); });
     };
     px_addBlock(std::move(delivery), token.get(), name, token);
     return token;
 }
 
 void PLXDarwinNotificationCenter::addObserver(QObject* observer, const char* selector, const QString& name) {
-    if (!observer || !selector)
+    if (!observer)
         return;
-    const QMetaMethod method = findMethod(observer, selector);
+    requireDeliverable(name, "observe");
+    const QMetaMethod method = selector ? findMethod(observer, selector) : QMetaMethod();
+    // A misspelt or undeclared method would otherwise be a registration that never does anything.
     if (!method.isValid())
-        qWarning("PLXDarwinNotificationCenter: %s has no method %s(platform::Notification) or %s()",
-                 observer->metaObject()->className(), selector, selector);
+        platform::fatalError(QStringLiteral("PLXDarwinNotificationCenter: %1 has no slot or invokable method "
+                                            "%2(platform::Notification) or %2() to observe \"%3\"")
+                                 .arg(QLatin1String(observer->metaObject()->className()),
+                                      QLatin1String(selector ? selector : "(null)"), name));
     auto delivery = [name, weakObserver = QPointer<QObject>(observer), method] {
         platform::OperationQueue::mainQueue()->addOperation([name, weakObserver, method] {
             QObject* target = weakObserver.data();
-            if (!target || !method.isValid())
+            if (!target)
                 return;
             if (method.parameterCount() == 1) {
                 const platform::Notification notification{name, nullptr, {}};
@@ -158,6 +208,7 @@ void PLXDarwinNotificationCenter::postNotification(const platform::Notification&
 }
 
 void PLXDarwinNotificationCenter::postNotificationName(const QString& name) {
+    requireDeliverable(name, "post");
     darwinNotificationCenter_->postNotification(name);
 }
 

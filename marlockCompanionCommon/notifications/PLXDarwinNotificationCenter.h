@@ -21,7 +21,14 @@ class DarwinNotifyCenter;
 // name, this one included; Posted notifications carry only their name.
 //
 // Observers are held weakly and compared by identity; a destroyed observer simply hears nothing
-// more. Tokens from addObserverForName() are kept by the center until removed.
+// more. Tokens from addObserverForName() are kept by the center until removed; their queues are
+// not: once a block's queue is destroyed, that block runs no more.
+//
+// Names: every name of 1 to maximumNameLength UTF-16 units, without NUL and without unpaired
+// surrogates, is delivered exactly as posted, whatever its characters (quotes, accents, CJK,
+// emoji) or length. Observing or posting any other name, and observing with a method the
+// observer does not have, are programming errors: they stop the process with a message
+// (platform::fatalError) rather than leave an observer that never fires.
 //
 // Thread-safe: register, remove and post from any thread. Deliveries are taken from the bus on
 // the main thread; blocks run on their queue (main queue by default), selector observers on the
@@ -35,6 +42,10 @@ class DarwinNotifyCenter;
 class MCC_EXPORT PLXDarwinNotificationCenter : public QObject, public PLXNotificationCenter {
     Q_OBJECT
 public:
+    // The longest name that may be observed or posted, in UTF-16 units: far beyond any real
+    // name, and far below what a D-Bus message may carry.
+    static constexpr qsizetype maximumNameLength = 65536;
+
     // The process-wide center over the session bus: created once on first call (thread-safe),
     // kept for the life of the process.
     static std::shared_ptr<PLXDarwinNotificationCenter> defaultCenter();

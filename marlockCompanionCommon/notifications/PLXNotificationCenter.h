@@ -25,13 +25,14 @@ public:
 
     virtual ~PLXNotificationCenter() = default;
 
-    // Runs `block` on `queue` (null: the main queue) for every post of `name`.
+    // Runs `block` on `queue` (null: the main queue) for every post of `name`. The queue is not
+    // kept alive: once it is destroyed, the block runs no more.
     virtual ObserverToken addObserverForName(const QString& name, platform::OperationQueue* queue,
                                              Block block) = 0;
 
-    // Invokes `selector` (a method name such as "settingsDidChange", taking one
-    // platform::Notification or nothing) on `observer`, on the main queue, for every post of
-    // `name`. The observer is held weakly: once destroyed it receives nothing more.
+    // Invokes `selector` (the name of a slot or Q_INVOKABLE method such as "settingsDidChange",
+    // taking one platform::Notification or nothing) on `observer`, on the main queue, for every
+    // post of `name`. The observer is held weakly: once destroyed it receives nothing more.
     virtual void addObserver(QObject* observer, const char* selector, const QString& name) = 0;
 
     // Removes `observer` (a QObject or a token's object) from every name.

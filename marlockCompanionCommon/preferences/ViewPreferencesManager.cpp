@@ -53,8 +53,7 @@ QString ViewPreferencesManager::getSeparatorString() const {
 
 void ViewPreferencesManager::setSeparatorString(const QString& separator, bool synchronize) {
     userDefaults_->setObject(separator, separatorStringKey_);
-    if (synchronize)
-        (void)userDefaults_->synchronize();
+    (void)synchronize; // saved in any case, by post()
     post(VPMSeparatorStringDidChangeDarwinNotification);
 }
 
@@ -64,8 +63,7 @@ bool ViewPreferencesManager::getChangeColorWhenCodeWillChange() const {
 
 void ViewPreferencesManager::setChangeColorWhenCodeWillChange(bool changeColor, bool synchronize) {
     userDefaults_->setBool(changeColor, changeColorWhenCodeWillChangeKey_);
-    if (synchronize)
-        (void)userDefaults_->synchronize();
+    (void)synchronize; // saved in any case, by post()
     post(VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification);
 }
 
@@ -85,8 +83,8 @@ void ViewPreferencesManager::resetToDefault() {
     post(VPMSeparatorStringDidChangeDarwinNotification);
     userDefaults_->setBool(false, changeColorWhenCodeWillChangeKey_);
     post(VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification);
-    // The process's standard store, not the group suite written above: that is how a reset has
-    // always behaved, and the group suite reaches its file at its next synchronize().
+    // The process's standard store, not the group suite written above (post() saved that): that
+    // is how a reset has always behaved.
     (void)platform::UserDefaults::standardUserDefaults()->synchronize();
 }
 
@@ -107,5 +105,8 @@ QString ViewPreferencesManager::insertSeparator(const QString& code, const QStri
 }
 
 void ViewPreferencesManager::post(const QString& name) const {
+    // The other process reads the store as soon as it hears the name, and what it reads is the
+    // file: what the name announces must be in it first, so the store is saved before every post.
+    (void)userDefaults_->synchronize();
     PLXDarwinNotificationCenter::otpDarwinNotificationCenter()->postNotificationName(name);
 }

@@ -20,12 +20,14 @@ inline const QString VPMSeparatorStringDidChangeDarwinNotification =
 inline const QString VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification =
     QStringLiteral("VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification");
 
-// The display preferences that the companion application and its widget share: the separator
-// shown inside a one-time code, whether the code changes colour shortly before it changes, and
-// whether code changes are animated. The values live in the application group's settings suite,
-// so both processes see the same values; nothing is cached, every getter reads the store.
-// Values another process wrote show once the store has taken them in (UserDefaults::synchronize()),
-// which a host does when it hears the notification.
+// How codes look, in the app's window and in the widget alike: which string splits a code into
+// groups ("123 456"), whether a code turns another colour in its last seconds, and whether a new
+// code rolls in or just appears. A user sets them in one process and expects the other to follow,
+// so they are kept in the settings suite of the application group that both processes open, and
+// every getter reads that store rather than a copy.
+// A change is saved to the suite before its notification goes out, so a process that reads the
+// preferences when it hears one reads what was announced; writes are saved by themselves in any
+// case (see UserDefaults), `synchronize` or not.
 //
 // Keys: "separatorString" (string), "changeColorWhenCodeWillChange" and "animateCodeChanges"
 // (booleans). Safe from any thread; the notifications arrive on the main thread.
@@ -52,23 +54,25 @@ public:
     // The separator; empty when none is stored or registered. A stored value that is not a
     // string stops the process.
     Q_INVOKABLE QString getSeparatorString() const;
-    // Stores the separator, flushes the store when `synchronize`, and always posts
-    // VPMSeparatorStringDidChangeDarwinNotification (also when the value is unchanged).
+    // Stores the separator and always posts VPMSeparatorStringDidChangeDarwinNotification (also
+    // when the value is unchanged). The store is saved before the post whatever `synchronize`
+    // says: the other process reads it when it hears the name.
     Q_INVOKABLE void setSeparatorString(const QString& separator, bool synchronize = true);
 
     // False when neither stored nor registered.
     Q_INVOKABLE bool getChangeColorWhenCodeWillChange() const;
-    // Stores, optionally flushes, and always posts
-    // VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification.
+    // Stores and always posts VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification; saved
+    // before the post as for the separator.
     Q_INVOKABLE void setChangeColorWhenCodeWillChange(bool changeColor, bool synchronize = true);
 
     // False when neither stored nor registered.
     Q_INVOKABLE bool getAnimateCodeChanges() const;
-    // Stores and optionally flushes; posts nothing.
+    // Stores, saves at once when `synchronize` (else shortly, by itself); posts nothing.
     Q_INVOKABLE void setAnimateCodeChanges(bool animate, bool synchronize = true);
 
     // Writes the factory values (animation on, empty separator, colour change off), posting the
-    // separator notification and then the colour one, and flushes the process's standard store.
+    // separator notification and then the colour one (each after saving the suite), and flushes
+    // the process's standard store.
     // The values are written, not removed: registered defaults no longer apply afterwards.
     Q_INVOKABLE void resetToDefault();
 

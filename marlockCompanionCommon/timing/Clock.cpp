@@ -11,7 +11,14 @@
 Clock::Clock(double period, TickHandler onTick, QObject* parent)
     : QObject(parent)
     , period_(period)
-    , onTick_(std::move(onTick)) {}
+    , onTick_(std::move(onTick)) {
+    // No period of this kind has boundaries to tick on: zero never ticks, a negative one puts
+    // every boundary in the past and ticks without pause on the main thread.
+    if (!(std::isfinite(period) && period > 0))
+        platform::fatalError(QStringLiteral("A Clock needs a period of a finite number of seconds greater "
+                                            "than zero, not %1")
+                                 .arg(period));
+}
 
 Clock::Clock()
     : period_(0) {

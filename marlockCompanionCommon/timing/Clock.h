@@ -9,13 +9,15 @@
 
 class RunLoopTimer;
 
-// Calls a closure once at every wall-clock boundary that is a whole multiple of `period`,
-// counted from 1970-01-01 00:00:00 UTC: a 30-second clock ticks at :00 and :30 of every minute.
-// It re-aligns itself when the system clock is set.
+// Wakes the host when a one-time code changes: TOTP codes turn over whenever the Unix time
+// passes a multiple of their period, so the closure runs just after each such moment (a
+// 30-second clock at :00 and :30 of every minute), and again in step after the user or NTP
+// sets the system clock.
 //
-// Time is read only from timeIntervalSince1970() (marlockCommon), the source the code generator
-// uses, so ticks and codes agree. Each tick re-arms a fresh one-shot timer computed from the
-// current time, so drift never accumulates. Main thread only.
+// It reads the same time source as the code generator, timeIntervalSince1970() (marlockCommon),
+// so a tick never shows the code of the period that just ended. The next tick is always
+// scheduled afresh from the time read after the last one, instead of adding the period to a
+// running timer, so late wake-ups don't pile up into drift. Main thread only.
 //
 // A started clock must be stopped before it is destroyed; destroying it does not unregister
 // it (its timer and the notification center hold it weakly, so nothing dangles).
@@ -27,8 +29,8 @@ class MCC_EXPORT Clock : public QObject {
 public:
     using TickHandler = std::function<void(double)>;
 
-    // Stores the period (seconds, greater than zero) and the tick closure; does not start the
-    // clock.
+    // Stores the period and the tick closure; does not start the clock. The period is in seconds,
+    // finite and greater than zero: any other value stops the process.
     explicit Clock(double period, TickHandler onTick = {}, QObject* parent = nullptr);
     ~Clock() override;
     Q_DISABLE_COPY(Clock)

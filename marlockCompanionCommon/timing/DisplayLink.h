@@ -4,22 +4,21 @@
 
 #include <QtGlobal>
 
-#include <atomic>
-#include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
-#include <thread>
 
 // A per-frame timer: while running, calls its output callback once per refresh of the primary
 // screen, on a thread of its own (never the main thread). Frames fall on a fixed grid of the
 // monotonic clock; a callback that overruns skips the frames it missed rather than bunching
-// them up.
+// them up. Calls never overlap, also across a stop() and a quick start().
 //
-// start() and stop() are safe from any thread, including the link's own (from inside the
-// callback). stop() from another thread returns only once the callback has finished and the
-// thread has ended. Destroying a link stops and joins it; a link cannot be destroyed from its
-// own callback.
+// Nothing here waits for the link's thread. Once stop() has returned (or the link has been
+// destroyed) no new call starts; a call already running finishes on the link's thread, which
+// then ends by itself. So a callback that waits for the thread calling stop() — a blocking
+// queued call to the main thread, say — cannot deadlock it. The link's thread keeps its own
+// copy of the callback for as long as that call lasts; whatever else the callback touches must
+// outlive it too. start(), stop(), setOutputCallback() and destruction are safe from any
+// thread, the callback itself included.
 //
 //   auto link = DisplayLink::createWithActiveDisplays();
 //   link->setOutputCallback([](const DisplayLink::FrameTimes&) { advance(); });
@@ -33,36 +32,35 @@ public:
     };
     using OutputCallback = std::function<void(const FrameTimes&)>;
 
+    // The fastest rate a link runs at; a screen claiming more is taken at this rate.
+    static constexpr double maximumFramesPerSecond = 1000.0;
+
     // A stopped link at the refresh rate of the primary screen: the screen's rate when a
     // QGuiApplication with a screen exists and this is called on its main thread, 60 Hz otherwise.
     static std::unique_ptr<DisplayLink> createWithActiveDisplays();
 
-    // A stopped link at `framesPerSecond` (values ≤ 0 or not finite mean 60).
+    // A stopped link at `framesPerSecond`: values ≤ 0 or not finite mean 60, values above
+    // maximumFramesPerSecond mean that maximum.
     explicit DisplayLink(double framesPerSecond);
+    // Stops the link, without waiting (see above).
     ~DisplayLink();
     DisplayLink(const DisplayLink&) = delete;
     DisplayLink& operator=(const DisplayLink&) = delete;
 
-    // Replaces the callback; waits for a call of the old one in progress on the link's thread
-    // (unless called from that thread). Null: frames pass without a call.
+    // Replaces the callback from the next frame on; a call of the old one in progress finishes.
+    // Null: frames pass without a call.
     void setOutputCallback(OutputCallback callback);
 
     void start();
+    // No call starts after stop() returns; one already running is not waited for.
     void stop();
     bool isRunning() const;
     double nominalFramesPerSecond() const { return framesPerSecond_; }
 
 private:
-    void run();
-    bool onLinkThread() const;
+    struct Loop;
 
     const double framesPerSecond_;
-    mutable std::mutex mutex_;
-    std::condition_variable wake_;
-    std::mutex callbackMutex_; // held while the callback runs
-    OutputCallback callback_;
-    bool running_ = false;
-    std::thread thread_;
-    // The id of the thread while it runs the frame loop, so calls from the callback are known.
-    std::atomic<std::thread::id> linkThread_{};
+    // Shared with the link's threads, which outlive the link when a call is still running.
+    const std::shared_ptr<Loop> loop_;
 };

@@ -62,7 +62,7 @@ void RunLoopTimer::invalidate() {
 
 void RunLoopTimer::armForRemainingTime() {
     const double left = fireDate_ - timeIntervalSince1970();
-    // A date that is no date (a clock with a zero period computes one) is never reached.
+    // A date that is no date (NaN) is never reached.
     if (std::isnan(left))
         return;
     // Rounded up, so the wait never ends before the date; capped to what a QTimer takes (a

@@ -5,12 +5,17 @@
 
 #include <gtest/gtest.h>
 
+#include <openssl/err.h>
+
 #include <functional>
+#include <memory>
 #include <optional>
+#include <vector>
 
 namespace {
 
 using RNCryptor::Error;
+using RNCryptor::internal::BasicSecretBytes;
 using RNCryptor::internal::wipe;
 
 const QString password = QStringLiteral("sync passcode");
@@ -201,6 +206,60 @@ TEST(RNCryptor, LogsNothingAndWipesOnlyWhatItAloneHolds) {
     wipe(shared);
     EXPECT_TRUE(shared.isEmpty());
     EXPECT_EQ(callersKey, QByteArray(32, 'k'));
+}
+
+// Hands out memory like std::allocator and keeps a copy of each block as it is when given back.
+struct RecordingAllocator {
+    using value_type = char;
+    template <typename> struct rebind { using other = RecordingAllocator; };
+    std::vector<QByteArray>* handedBack;
+
+    char* allocate(size_t size) { return std::allocator<char>().allocate(size); }
+    void deallocate(char* block, size_t size) {
+        handedBack->push_back(QByteArray(block, qsizetype(size)));
+        std::allocator<char>().deallocate(block, size);
+    }
+    bool operator==(const RecordingAllocator&) const = default;
+};
+
+TEST(SecretBytes, MemoryIsZeroWhenItsHolderGivesItBack) {
+    using Secret = BasicSecretBytes<RecordingAllocator>;
+    std::vector<QByteArray> handedBack;
+    const RecordingAllocator allocator{&handedBack};
+    {
+        Secret key(QByteArray(32, 'k'), allocator);
+        const Secret password = Secret::fromText(u"pässwörd", allocator);
+        EXPECT_EQ(password.text(), QStringLiteral("pässwörd"));
+        // A move leaves one holder of the bytes, which cleanses them.
+        const Secret moved(std::move(key));
+        EXPECT_EQ(moved.bytes(), QByteArray(32, 'k'));
+    }
+    ASSERT_EQ(handedBack.size(), 2u);
+    EXPECT_EQ(handedBack[0], QByteArray(32, '\0'));
+    EXPECT_EQ(handedBack[1], QByteArray(16, '\0')); // the password's 8 UTF-16 code units
+}
+
+// A container whose MAC is valid can still carry a bad padding: whoever holds the keys can write
+// any ciphertext. OpenSSL reports the padding on the thread's error queue, where it must not
+// stay for the next OpenSSL user of the thread to find; errors queued before are left alone.
+TEST(DecryptorV3, LeavesNoOpenSSLErrorBehindAfterABadPadding) {
+    const QByteArray iv = reference::pattern(16, 14);
+    QByteArray signedPart =
+        reference::encryptWithKeys(QByteArray(16, 'p'), encryptionKey, hmacKey, iv).chopped(32);
+    // In CBC this byte of the first block turns the last byte of the padding block from 0x10 into
+    // 0x11 (and garbles the first plaintext block).
+    signedPart[18 + 15] = char(signedPart[18 + 15] ^ 0x01);
+    const QByteArray badPadding = signedPart + reference::hmacSha256(hmacKey, signedPart);
+
+    ERR_clear_error();
+    (void)RNCryptor::DecryptorV3(encryptionKey, hmacKey).decrypt(badPadding); // the MAC holds: no throw
+    EXPECT_EQ(ERR_peek_error(), 0ul);
+
+    ERR_raise(ERR_LIB_USER, 42);
+    const unsigned long earlier = ERR_peek_error();
+    (void)RNCryptor::DecryptorV3(encryptionKey, hmacKey).decrypt(badPadding);
+    EXPECT_EQ(ERR_get_error(), earlier);
+    EXPECT_EQ(ERR_get_error(), 0ul);
 }
 
 // Interoperability with the plain reference implementation, at plaintext sizes on the padding

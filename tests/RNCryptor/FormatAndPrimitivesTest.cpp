@@ -1,5 +1,6 @@
 #include "marlockCompanionCommon/RNCryptor/ConsistentTime_p.h"
 #include "marlockCompanionCommon/RNCryptor/CryptorOperation_p.h"
+#include "marlockCompanionCommon/RNCryptor/Engine_p.h"
 #include "marlockCompanionCommon/RNCryptor/RNCryptor.h"
 #include "tests/RNCryptor/ReferenceContainer.h"
 
@@ -7,6 +8,8 @@
 
 #include <openssl/crypto.h>
 #include <openssl/provider.h>
+
+#include <vector>
 
 namespace {
 
@@ -51,23 +54,79 @@ TEST(FormatV3DeathTest, FailingPrimitivesStopTheProcessWithTheirMessages) {
         "password \\(-[0-9]+\\): 32 bytes\\.\n");
 }
 
-TEST(ConsistentTime, ComparesWholeStringsWhateverTheLengths) {
-    const QByteArray mac = reference::pattern(32, 7);
-    QByteArray oneByteOff = mac;
-    oneByteOff[31] = char(oneByteOff[31] ^ 0x01);
+TEST(FormatV3DeathTest, CiphersThatCannotBeSetUpStopTheProcess) {
+    const QByteArray key(32, 'k');
+    const QByteArray iv(16, 'i');
+    // A key-based encryptor draws nothing at random and derives nothing: only its own set-up
+    // can fail here.
+    EXPECT_DEATH((withoutAnyCryptoProvider(), RNCryptor::EncryptorV3(key, key, iv)),
+                 "^marlockCompanionCommon/RNCryptor:[0-9]+: Fatal error: SECURITY FAILURE: Could not set up "
+                 "HMAC-SHA256 \\(-[0-9]+\\)\\.\n");
+    EXPECT_DEATH((withoutAnyCryptoProvider(), Engine(CryptorOperation::decrypt, key, iv)),
+                 "^marlockCompanionCommon/RNCryptor:[0-9]+: Fatal error: SECURITY FAILURE: Could not set up "
+                 "AES-CBC \\(-[0-9]+\\)\\.\n");
+}
 
-    EXPECT_TRUE(isEqualInConsistentTime(mac, mac));
-    EXPECT_FALSE(isEqualInConsistentTime(mac, oneByteOff));
-    EXPECT_FALSE(isEqualInConsistentTime(mac, mac.first(16)));
-    // Every wrapped byte matches, but the length does not.
-    EXPECT_FALSE(isEqualInConsistentTime(mac, mac + mac));
-    EXPECT_TRUE(isEqualInConsistentTime(QByteArray(), QByteArray()));
-    EXPECT_FALSE(isEqualInConsistentTime(mac, QByteArray()));
+// Reads bytes for the comparison and counts the reads of each byte of either string.
+struct CountingReader {
+    const quint8* untrusted;
+    std::vector<int>* untrustedReads;
+    std::vector<int>* trustedReads;
+    quint8 operator()(const quint8* bytes, qsizetype index) const {
+        ++(bytes == untrusted ? *untrustedReads : *trustedReads)[size_t(index)];
+        return bytes[index];
+    }
+};
+
+// The time a comparison takes must not tell where the first difference is: whatever the
+// inputs, every untrusted byte is read once, against the trusted byte at its place (wrapping).
+TEST(ConsistentTime, ReadsEveryByteWhereverTheFirstDifferenceIs) {
+    const QByteArray mac = reference::pattern(32, 7);
+    auto flipped = [&](qsizetype from, qsizetype to) {
+        QByteArray changed = mac;
+        for (qsizetype at = from; at < to; ++at)
+            changed[at] = char(changed[at] ^ 0x5a);
+        return changed;
+    };
+    const struct {
+        const char* name;
+        QByteArray trusted;
+        QByteArray untrusted;
+        bool equal;
+    } cases[] = {
+        {"equal", mac, mac, true},
+        {"first byte differs", mac, flipped(0, 1), false},
+        {"last byte differs", mac, flipped(31, 32), false},
+        {"every byte differs", mac, flipped(0, 32), false},
+        {"shorter", mac, mac.first(16), false},
+        {"longer, every wrapped byte equal", mac, mac + mac, false},
+        {"empty", mac, QByteArray(), false},
+        {"both empty", QByteArray(), QByteArray(), true},
+    };
+    for (const auto& [name, trustedValue, untrustedValue, equal] : cases) {
+        SCOPED_TRACE(name);
+        // Copies of their own, so that the reader tells the two strings apart by address.
+        const QByteArray trusted(trustedValue.constData(), trustedValue.size());
+        const QByteArray untrusted(untrustedValue.constData(), untrustedValue.size());
+        std::vector<int> untrustedReads(size_t(untrusted.size()));
+        std::vector<int> trustedReads(size_t(trusted.size()));
+        const CountingReader reader{reinterpret_cast<const quint8*>(untrusted.constData()), &untrustedReads,
+                                    &trustedReads};
+        EXPECT_EQ(isEqualInConsistentTime(trusted, untrusted, reader), equal);
+        EXPECT_EQ(isEqualInConsistentTime(trusted, untrusted), equal);
+        EXPECT_EQ(untrustedReads, std::vector<int>(untrustedReads.size(), 1));
+        std::vector<int> expectedTrustedReads(trustedReads.size());
+        for (qsizetype i = 0; i < untrusted.size(); ++i)
+            ++expectedTrustedReads[size_t(i % trusted.size())];
+        EXPECT_EQ(trustedReads, expectedTrustedReads);
+    }
 }
 
 TEST(ConsistentTimeDeathTest, NonEmptyAgainstEmptyTrustedIsAProgrammingError) {
-    EXPECT_DEATH((void)isEqualInConsistentTime(QByteArray(), QByteArray("x")),
-                 "marlockCompanionCommon/RNCryptor:[0-9]+: Fatal error: ");
+    EXPECT_DEATH(
+        (void)isEqualInConsistentTime(QByteArray(), QByteArray("x")),
+        "marlockCompanionCommon/RNCryptor:[0-9]+: Fatal error: A non-empty value was compared against an "
+        "empty trusted value");
 }
 
 TEST(RNCryptorError, RawValuesOfErrorsAndOperationsAndPlatformErrors) {

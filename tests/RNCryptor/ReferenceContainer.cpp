@@ -28,14 +28,6 @@ std::optional<QByteArray> aes256cbc(bool encrypting, const QByteArray& input, co
     return ok ? std::optional(output) : std::nullopt;
 }
 
-QByteArray hmacSha256(const QByteArray& key, const QByteArray& data) {
-    QByteArray mac(32, '\0');
-    unsigned int length = 0;
-    HMAC(EVP_sha256(), key.constData(), int(key.size()), bytes(data), size_t(data.size()),
-         reinterpret_cast<unsigned char*>(mac.data()), &length);
-    return mac;
-}
-
 QByteArray seal(const QByteArray& header, const QByteArray& plaintext, const QByteArray& encryptionKey,
                 const QByteArray& hmacKey, const QByteArray& iv) {
     const QByteArray container = header + aes256cbc(true, plaintext, encryptionKey, iv).value();
@@ -53,6 +45,14 @@ std::optional<QByteArray> open(const QByteArray& container, int headerSize, cons
 }
 
 } // namespace
+
+QByteArray hmacSha256(const QByteArray& key, const QByteArray& data) {
+    QByteArray mac(32, '\0');
+    unsigned int length = 0;
+    HMAC(EVP_sha256(), key.constData(), int(key.size()), bytes(data), size_t(data.size()),
+         reinterpret_cast<unsigned char*>(mac.data()), &length);
+    return mac;
+}
 
 QByteArray pbkdf2Key(const QString& password, const QByteArray& salt) {
     const QByteArray utf8 = password.toUtf8();

@@ -11,6 +11,7 @@
 namespace reference {
 
 QByteArray pbkdf2Key(const QString& password, const QByteArray& salt);
+QByteArray hmacSha256(const QByteArray& key, const QByteArray& data);
 
 QByteArray encryptWithPassword(const QByteArray& plaintext, const QString& password,
                                const QByteArray& encryptionSalt, const QByteArray& hmacSalt,

@@ -9,15 +9,37 @@
 #include "marlockCompanionCommon/platform/storage/PropertyList.h"
 
 #include <QDateTime>
+#include <QFile>
+#include <QProcess>
 #include <QSize>
+#include <QTemporaryDir>
+#include <QTimeZone>
 
 #include <gtest/gtest.h>
+
+#include <limits>
 
 using namespace platform;
 using namespace keychaintest;
 namespace Code = platform::KeychainStatusCode;
 
 namespace {
+
+// Equal values, also where QVariant's own comparison converts (quint64 against a negative qint64).
+bool equalValues(const QVariant& a, const QVariant& b) {
+    return a.metaType() == b.metaType() && a == b;
+}
+
+void writeFile(const QString& path, const QByteArray& bytes) {
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+}
+
+QByteArray readFile(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
 
 class FXKeychainStore : public ::testing::TestWithParam<Backend>, public KeychainFixture {
 protected:
@@ -40,18 +62,21 @@ TEST_P(FXKeychainStore, StringsAreStoredAsTheirUtf8Bytes) {
     }
     EXPECT_TRUE(log.contains("Data size: 5 bytes")) << logged();
 
+    // A leading U+FEFF is text, not a byte-order mark to drop.
+    ASSERT_TRUE(keychain.setObject(QStringLiteral("\uFEFFbom"), "key"));
+    EXPECT_EQ(keychain.dataForKey("key"), QByteArray("\xEF\xBB\xBF"
+                                                     "bom"));
+    EXPECT_EQ(keychain.objectForKey("key"), QStringLiteral("\uFEFFbom"));
+
     // The bytes of a binary property list of 0 are all ASCII, so they make a valid string; stored
-    // as text it would read back as the number. It goes the property-list way instead, where its
-    // NUL characters (every binary property list has some) have no form: nothing is stored and the
-    // error says why.
+    // as text it would read back as the number. It is stored as a property list holding the
+    // string (NUL characters and all) and reads back as the string.
     const QByteArray plistBytes = PropertyList::write(qint64(0), PropertyList::Format::Binary).value();
     const QString lookalike = QString::fromUtf8(plistBytes);
     ASSERT_EQ(lookalike.toUtf8(), plistBytes);
-    Error error;
-    EXPECT_TRUE(keychain.setObject(lookalike, "key", &error));
-    EXPECT_EQ(error.domain, PropertyList::errorDomain);
-    EXPECT_EQ(error.code, PropertyList::writeInvalidError);
-    EXPECT_FALSE(keychain.dataForKey("key").has_value());
+    ASSERT_TRUE(keychain.setObject(lookalike, "key"));
+    EXPECT_NE(keychain.dataForKey("key"), plistBytes);
+    EXPECT_EQ(keychain.objectForKey("key"), lookalike);
 }
 
 TEST_P(FXKeychainStore, OtherValuesAreStoredAsBinaryPropertyLists) {
@@ -88,7 +113,64 @@ TEST_P(FXKeychainStore, AMissingKeyIsReportedButNotLoggedAndStoringItLeavesThatR
     EXPECT_EQ(keychain.objectForKey("key"), "v2");
 }
 
-TEST_P(FXKeychainStore, RemovingAndUnencodableObjectsDeleteTheItem) {
+// Values libplist could neither write nor read back whole, stored here and read by Python's
+// plistlib, and written by plistlib and read here: each side sees the same value.
+TEST_P(FXKeychainStore, PropertyListValuesRoundTripExactlyAndAgreeWithPlistlib) {
+    const QString nul = QStringLiteral("a") + QChar(0) + QStringLiteral("b");
+    const QString wideNul = QStringLiteral("é") + QChar(0) + QStringLiteral("中");
+    const struct {
+        const char* key;
+        QVariant value;
+        const char* python;
+    } cases[] = {
+        {"nulInList", QVariantList{nul}, R"(['a\x00b'])"},
+        {"nulInMap", QVariantMap{{nul, wideNul}}, R"({'a\x00b': '\xe9\x00\u4e2d'})"},
+        {"bomInList", QVariantList{QStringLiteral("\uFEFFabc")}, R"(['\ufeffabc'])"},
+        {"unsigned", QVariant::fromValue(std::numeric_limits<quint64>::max()), "(1 << 64) - 1"},
+        {"dates",
+         QVariantList{QDateTime(QDate(2100, 1, 1), QTime(0, 0), QTimeZone::utc()),
+                      QDateTime(QDate(1, 1, 1), QTime(0, 0, 0, 500), QTimeZone::utc())},
+         "[datetime.datetime(2100, 1, 1), datetime.datetime(1, 1, 1, 0, 0, 0, 500000)]"},
+    };
+    QTemporaryDir dir;
+    QString expressions;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.key);
+        ASSERT_TRUE(keychain.setObject(c.value, c.key));
+        EXPECT_TRUE(equalValues(keychain.objectForKey(c.key), c.value));
+        writeFile(dir.filePath(QStringLiteral("%1.ours").arg(c.key)), keychain.dataForKey(c.key).value());
+        expressions += QStringLiteral("    '%1': %2,\n").arg(c.key, c.python);
+    }
+    const QString script = QStringLiteral(R"(
+import datetime, os, plistlib, sys
+cases = {
+%1}
+for key, want in cases.items():
+    path = os.path.join(sys.argv[1], key)
+    with open(path + '.ours', 'rb') as f:
+        got = plistlib.loads(f.read())
+    print(key, 'ok' if got == want else repr(got))
+    with open(path + '.theirs', 'wb') as f:
+        f.write(plistlib.dumps(want, fmt=plistlib.FMT_BINARY))
+)")
+                               .arg(expressions);
+    QProcess python;
+    python.start(QStringLiteral("python3"), {QStringLiteral("-c"), script, dir.path()});
+    ASSERT_TRUE(python.waitForFinished(60000));
+    ASSERT_EQ(python.exitCode(), 0) << python.readAllStandardError().toStdString();
+    const QStringList verdicts =
+        QString::fromUtf8(python.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.key);
+        EXPECT_TRUE(verdicts.contains(QStringLiteral("%1 ok").arg(c.key)))
+            << verdicts.join('\n').toStdString();
+        const QString theirs = QStringLiteral("%1.theirs").arg(c.key);
+        ASSERT_EQ(add(query(theirs), readFile(dir.filePath(theirs))), Code::success);
+        EXPECT_TRUE(equalValues(keychain.objectForKey(theirs), c.value));
+    }
+}
+
+TEST_P(FXKeychainStore, OnlyObjectsWithoutAPropertyListFormRemoveTheStoredValue) {
     EXPECT_TRUE(keychain.removeObjectForKey("never-stored"));
     EXPECT_TRUE(log.isEmpty());
 
@@ -102,6 +184,16 @@ TEST_P(FXKeychainStore, RemovingAndUnencodableObjectsDeleteTheItem) {
     EXPECT_TRUE(keychain.setObject(QVariant::fromValue(QSize(1, 2)), "key", &error));
     EXPECT_EQ(error.domain, PropertyList::errorDomain);
     EXPECT_FALSE(keychain.dataForKey("key").has_value());
+
+    // A property-list value beyond what can be written fails and leaves the stored value alone.
+    ASSERT_TRUE(keychain.setObject(QStringLiteral("kept"), "key"));
+    QVariant deep = QVariantList{};
+    for (int i = 0; i < 300; ++i)
+        deep = QVariantList{deep};
+    error = Error();
+    EXPECT_FALSE(keychain.setObject(deep, "key", &error));
+    EXPECT_EQ(error.code, PropertyList::writeInvalidError);
+    EXPECT_EQ(keychain.objectForKey("key"), "kept");
 
     keychain.setObjectForKeyedSubscript(QStringLiteral("again"), "key");
     EXPECT_EQ(keychain.objectForKeyedSubscript("key"), "again");
@@ -180,8 +272,9 @@ public:
                    removeStatus = Code::success;
     int removals = 0;
 
-    KeychainStatus find(const KeychainQuery& q, bool withData, std::vector<KeychainRecord>* out) override {
-        return findStatus ? findStatus : inner->find(q, withData, out);
+    KeychainStatus find(const KeychainQuery& q, const KeychainMatch& match,
+                        std::vector<KeychainRecord>* out) override {
+        return findStatus ? findStatus : inner->find(q, match, out);
     }
     KeychainStatus add(const KeychainRecord& record) override {
         return addStatus ? addStatus : inner->add(record);

@@ -51,6 +51,7 @@ TEST(KeyedArchiver, BuiltInValuesRoundTrip) {
     const QVariantMap value{
         {"string", QStringLiteral("héllo ✓")},
         {"empty", QString()},
+        {"nul", QStringLiteral("\uFEFFa") + QChar(0) + QStringLiteral("b")},
         {"integer", qint64(-9'000'000'000)},
         {"int", 42},
         {"real", 2.5},
@@ -65,7 +66,7 @@ TEST(KeyedArchiver, BuiltInValuesRoundTrip) {
     const QVariantMap back =
         KeyedUnarchiver::unarchivedObjectOfClasses(everything, KeyedArchiver::archivedData(value, true))
             .toMap();
-    for (const char* key : {"string", "empty", "integer", "int", "real", "data", "date", "list"})
+    for (const char* key : {"string", "empty", "nul", "integer", "int", "real", "data", "date", "list"})
         EXPECT_EQ(back.value(key), value.value(key)) << key;
     // Types that QVariant's comparison would let pass as equal to others.
     EXPECT_EQ(back.value("yes").metaType().id(), QMetaType::Bool);
@@ -135,12 +136,6 @@ TEST(KeyedUnarchiver, DamagedArchivesAreErrorsNeverCrashes) {
     const auto array = [](const QVariant& members) {
         return handMade({"$null", QVariantMap{{"$class", uid(2)}, {"NS.objects", members}}, arrayClass});
     };
-    // A string the archiver could never write back: "Xé" (stored as UTF-16) patched to hold a NUL.
-    QByteArray nul = KeyedArchiver::archivedData(QStringLiteral("Xé"), true);
-    const QByteArray utf16("\x00X\x00\xe9", 4);
-    ASSERT_EQ(nul.count(utf16), 1);
-    nul[nul.indexOf(utf16) + 1] = '\0';
-
     const std::vector<std::pair<QByteArray, const char*>> cases = {
         // Not an archive at all.
         {"hello", "binary property list"},
@@ -165,7 +160,6 @@ TEST(KeyedUnarchiver, DamagedArchivesAreErrorsNeverCrashes) {
                    classDescription("NSDictionary", {"NSDictionary"}), "k"}),
          "1 keys and 0 values"},
         {handMade({"$null", QDateTime::currentDateTimeUtc()}), "unexpected type"},
-        {nul, "NUL"},
     };
     for (const auto& [archive, reason] : cases) {
         const QString refused = refusal(archive, everything);

@@ -36,12 +36,25 @@ TEST(Base32, AcceptsSecretsTheWayAppsWriteThem) {
 }
 
 TEST(Base32, RejectsWhatIsNotBase32AndSaysWhere) {
-    // Outside the alphabet (1, 0, 8, 9, -, a tab: only spaces are skipped, non-ASCII); padding in the
-    // middle; 1, 3, 6 and 8 + 1 symbols encode nothing; padding that doesn't fill the group; padding
-    // after a full group; padding alone.
-    const char* invalid[] = {"JBSWY3DPEHPK3PX1", "MZXW0===", "MZXW8===", "MZXW6-YQ", "MZXW\t6YQ", "MZXWÄYQ",
-                             "MY==MZXQ",         "M",        "MZX",      "MZXW6Y",   "MZXW6YTBO", "MY=",
-                             "MZXW6YTB========", "===="};
+    // Outside the alphabet (1, 0, 8, 9, -, a tab: only spaces are skipped, non-ASCII); an "=" inside
+    // a group whose length would otherwise be right; 1, 3, 6 and 8 + 1 symbols encode nothing;
+    // padding that doesn't fill the group, or fills it and goes on; padding after a full group;
+    // padding alone.
+    const char* invalid[] = {"JBSWY3DPEHPK3PX1",
+                             "MZXW0===",
+                             "MZXW8===",
+                             "MZXW6-YQ",
+                             "MZXW\t6YQ",
+                             "MZXWÄYQ",
+                             "MZXW6=YQ",
+                             "M",
+                             "MZX",
+                             "MZXW6Y",
+                             "MZXW6YTBO",
+                             "MY=",
+                             "MY==============",
+                             "MZXW6YTB========",
+                             "===="};
     for (const char* text : invalid) {
         SCOPED_TRACE(text);
         try {

@@ -171,4 +171,38 @@ TEST_P(PLXDarwinNotificationCenterTest, EveryCenterOnTheServiceHearsAPostUntilIt
 
 INSTANTIATE_ON_BOTH_SERVICES(PLXDarwinNotificationCenterTest);
 
+// Names that D-Bus cannot carry unchanged, and selectors the observer does not have, would make
+// registrations that never fire: they stop the process at once, naming the fault.
+TEST(PLXDarwinNotificationCenterDeathTest, UndeliverableNamesAndMissingMethodsStopTheProcess) {
+    LocalDarwinNotifyCenter session;
+    PLXDarwinNotificationCenter center(&session);
+    NotificationRecorder recorder;
+    const QChar high(0xD83D), low(0xDE42); // the two halves of U+1F642
+    const struct {
+        const char* what;
+        QString name;
+        const char* problem;
+    } refused[] = {
+        {"empty", QString(), "it is empty"},
+        {"NUL", QStringLiteral("a") + QChar(0) + QStringLiteral("b"), "NUL character at 1"},
+        {"high half alone", QStringLiteral("a") + high + QStringLiteral("b"), "unpaired surrogate at 1"},
+        {"high half last", QStringLiteral("ab") + high, "unpaired surrogate at 2"},
+        {"halves swapped", QString(low) + high, "unpaired surrogate at 0"},
+        {"one unit too long", QString(PLXDarwinNotificationCenter::maximumNameLength + 1, 'x'),
+         "65537 UTF-16 units long, more than 65536"},
+    };
+    for (const auto& c : refused) {
+        SCOPED_TRACE(c.what);
+        const std::string observe =
+            std::string("Fatal error: PLXDarwinNotificationCenter: cannot observe .*") + c.problem;
+        EXPECT_DEATH(center.addObserverForName(c.name, nullptr, [](const auto&) {}), observe);
+        EXPECT_DEATH(center.addObserver(&recorder, "first", c.name), observe);
+        EXPECT_DEATH(center.postNotificationName(c.name), std::string("cannot post .*") + c.problem);
+    }
+    EXPECT_DEATH(center.addObserver(&recorder, "frist", "name"),
+                 "Fatal error: PLXDarwinNotificationCenter: NotificationRecorder has no slot or invokable "
+                 "method frist\\(platform::Notification\\) or frist\\(\\)");
+    EXPECT_DEATH(center.addObserver(&recorder, nullptr, "name"), "has no slot or invokable method");
+}
+
 } // namespace

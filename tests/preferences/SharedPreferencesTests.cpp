@@ -2,7 +2,6 @@
 // same application group, the same settings folder and the same session bus.
 #include "marlockCompanionCommon/notifications/PLXDarwinNotificationCenter.h"
 #include "marlockCompanionCommon/platform/runtime/Identity.h"
-#include "marlockCompanionCommon/platform/storage/UserDefaults.h"
 #include "marlockCompanionCommon/preferences/ViewPreferencesManager.h"
 #include "tests/preferences/QStringPrinter.h"
 #include "tests/support/TestSupport.h"
@@ -11,6 +10,8 @@
 #include <QStringList>
 
 #include <gtest/gtest.h>
+
+#include <vector>
 
 using testsupport::waitUntil;
 
@@ -23,10 +24,15 @@ public:
         process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
         process_.start(QStringLiteral(VPM_PEER_PATH), {});
     }
-    ~Peer() {
+    ~Peer() { (void)finish(); }
+    // Closes the peer's input, so that it ends as a program does; true when it ended by itself.
+    bool finish() {
         process_.closeWriteChannel();
-        if (!process_.waitForFinished(5000))
-            process_.kill();
+        if (process_.waitForFinished(5000))
+            return process_.exitStatus() == QProcess::NormalExit && process_.exitCode() == 0;
+        process_.kill();
+        process_.waitForFinished();
+        return false;
     }
     void send(const QString& command) { process_.write((command + QLatin1Char('\n')).toUtf8()); }
     // Waits for a line of the peer's output that equals `line`.
@@ -43,39 +49,62 @@ private:
     QProcess process_;
 };
 
-TEST(SharedPreferences, AChangeInOneProcessIsAnnouncedToAndReadByTheOther) {
+// Each name is heard with what its poster wrote before posting it, also after a reset or a write
+// made without synchronizing; what a peer left unsaved reaches this process when the peer ends.
+TEST(SharedPreferences, WritesInOneProcessAreAnnouncedToAndReadByTheOther) {
     ViewPreferencesManager* manager = ViewPreferencesManager::sharedManager();
-    platform::UserDefaults* store =
-        platform::UserDefaults::suiteNamed(platform::Identity::applicationGroup());
-    QStringList heard;
+    // What this process reads the moment it hears a name, as a host redrawing then would.
+    struct Seen {
+        QString name, separator;
+        bool color, animate;
+    };
+    std::vector<Seen> seen;
     auto center = PLXDarwinNotificationCenter::otpDarwinNotificationCenter();
-    auto token =
-        center->addObserverForName(VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification, nullptr,
-                                   [&](const platform::Notification& n) { heard.append(n.name); });
+    std::vector<PLXNotificationCenter::ObserverToken> tokens;
+    for (const QString& name : {VPMSeparatorStringDidChangeDarwinNotification,
+                                VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification})
+        tokens.push_back(center->addObserverForName(name, nullptr, [&](const platform::Notification& n) {
+            seen.push_back({n.name, manager->getSeparatorString(),
+                            manager->getChangeColorWhenCodeWillChange(), manager->getAnimateCodeChanges()});
+        }));
+    const auto heardAll = [&](size_t count) { return waitUntil([&] { return seen.size() == count; }); };
     manager->setChangeColorWhenCodeWillChange(false);
-    ASSERT_TRUE(waitUntil([&] { return heard.size() == 1; })) << "this process hears its own post";
+    manager->setAnimateCodeChanges(false);
+    ASSERT_TRUE(heardAll(1)) << "this process hears its own post";
+    {
+        Peer peer;
+        ASSERT_TRUE(peer.waitForLine(QStringLiteral("ready"))) << peer.lines.join('\n').toStdString();
+        manager->setSeparatorString(QStringLiteral("\u00B7"));
+        EXPECT_TRUE(peer.waitForLine(
+            QStringLiteral("VPMSeparatorStringDidChangeDarwinNotification separator=\u00B7 color=0")))
+            << peer.lines.join('\n').toStdString();
+        ASSERT_TRUE(heardAll(2));
 
-    Peer peer;
-    ASSERT_TRUE(peer.waitForLine(QStringLiteral("ready"))) << peer.lines.join('\n').toStdString();
+        peer.send(QStringLiteral("color 1"));
+        ASSERT_TRUE(heardAll(3));
+        EXPECT_EQ(seen[2].name, platform::Identity::bundleIdentifier() + QLatin1Char('.') +
+                                    VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification);
+        EXPECT_TRUE(seen[2].color);
+        EXPECT_EQ(seen[2].separator, QStringLiteral("\u00B7"));
 
-    // This process writes; the peer hears the name and reads the new value from the store.
-    manager->setSeparatorString(QStringLiteral("\u00B7"));
-    EXPECT_TRUE(peer.waitForLine(
-        QStringLiteral("VPMSeparatorStringDidChangeDarwinNotification separator=\u00B7 color=0")))
-        << peer.lines.join('\n').toStdString();
+        // The colour, written after the first post of a reset, may or may not be in at the first.
+        peer.send(QStringLiteral("reset"));
+        ASSERT_TRUE(heardAll(5));
+        EXPECT_TRUE(seen[3].name.endsWith(VPMSeparatorStringDidChangeDarwinNotification));
+        EXPECT_EQ(seen[3].separator, QString());
+        EXPECT_TRUE(seen[3].animate);
+        EXPECT_TRUE(seen[4].name.endsWith(VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification));
+        EXPECT_FALSE(seen[4].color);
 
-    // The peer writes; this process hears the prefixed name and reads the value once its store
-    // has taken the change in.
-    heard.clear();
-    peer.send(QStringLiteral("color 1"));
-    ASSERT_TRUE(waitUntil([&] { return !heard.isEmpty(); }));
-    EXPECT_EQ(heard.first(), platform::Identity::bundleIdentifier() + QLatin1Char('.') +
-                                 VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification);
-    ASSERT_TRUE(store->synchronize());
-    EXPECT_TRUE(manager->getChangeColorWhenCodeWillChange());
-    EXPECT_EQ(manager->getSeparatorString(), QStringLiteral("\u00B7"));
-
-    center->removeObserver(token.get());
+        peer.send(QStringLiteral("unsynced -"));
+        peer.send(QStringLiteral("unsynced-animate 0"));
+        ASSERT_TRUE(heardAll(6));
+        EXPECT_EQ(seen[5].separator, QStringLiteral("-"));
+        EXPECT_TRUE(peer.finish());
+    }
+    EXPECT_FALSE(manager->getAnimateCodeChanges()) << "saved as the peer ended";
+    for (const auto& token : tokens)
+        center->removeObserver(token.get());
 }
 
 } // namespace

@@ -1,13 +1,13 @@
 // The other process of the shared-preferences test. It uses the shared manager of the
 // application group named by its environment, and:
 //  - prints "ready" once it observes both preference notifications;
-//  - on each notification, takes in the store's changes and prints
+//  - on each notification, reads the preferences at once and prints
 //    "<bare name> separator=<separator> color=<0|1>";
-//  - reads commands on standard input, "separator <text>" and "color <0|1>", until it closes.
+//  - reads commands on standard input until it closes, then returns from main: "separator
+//    <text>", "color <0|1>", "reset", and "unsynced <separator>" and "unsynced-animate <0|1>",
+//    which set without synchronizing.
 #include "marlockCompanionCommon/notifications/PLXDarwinNotificationCenter.h"
-#include "marlockCompanionCommon/platform/runtime/Identity.h"
 #include "marlockCompanionCommon/platform/runtime/OperationQueue.h"
-#include "marlockCompanionCommon/platform/storage/UserDefaults.h"
 #include "marlockCompanionCommon/preferences/ViewPreferencesManager.h"
 
 #include <QCoreApplication>
@@ -31,6 +31,12 @@ void runCommand(const QString& line) {
         manager->setSeparatorString(argument);
     else if (line.startsWith(QLatin1String("color ")))
         manager->setChangeColorWhenCodeWillChange(argument == QLatin1String("1"));
+    else if (line.startsWith(QLatin1String("unsynced ")))
+        manager->setSeparatorString(argument, false);
+    else if (line.startsWith(QLatin1String("unsynced-animate ")))
+        manager->setAnimateCodeChanges(argument == QLatin1String("1"), false);
+    else if (line == QLatin1String("reset"))
+        manager->resetToDefault();
 }
 
 } // namespace
@@ -42,7 +48,6 @@ int main(int argc, char** argv) {
     for (const QString& name : {VPMSeparatorStringDidChangeDarwinNotification,
                                 VPMChangeColorWhenCodeWillChangeDidChangeDarwinNotification})
         (void)center->addObserverForName(name, nullptr, [manager](const platform::Notification& n) {
-            (void)platform::UserDefaults::suiteNamed(platform::Identity::applicationGroup())->synchronize();
             say(QStringLiteral("%1 separator=%2 color=%3")
                     .arg(n.name.section(QLatin1Char('.'), -1), manager->getSeparatorString())
                     .arg(manager->getChangeColorWhenCodeWillChange() ? 1 : 0));

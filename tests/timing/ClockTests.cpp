@@ -184,10 +184,15 @@ TEST_F(ClockTest, ADestroyedClockIsNeitherTickedNorRealigned) {
     EXPECT_TRUE(ticks.empty());
 }
 
-TEST(ClockDeathTest, HasNoInitialiserWithoutAPeriod) {
+TEST(ClockDeathTest, HasNoInitialiserWithoutAPeriodAndRefusesPeriodsWithoutBoundaries) {
     EXPECT_DEATH(Clock::staticMetaObject.newInstance(),
                  "Fatal error: Use of unimplemented initializer 'init\\(\\)' for class "
                  "'marlockCompanionCommon\\.Clock'");
+    for (const double period : {0.0, -0.0, -30.0, double(NAN), double(INFINITY), -double(INFINITY)}) {
+        SCOPED_TRACE(period);
+        EXPECT_DEATH(Clock clock(period),
+                     "Fatal error: A Clock needs a period of a finite number of seconds");
+    }
 }
 
 } // namespace

@@ -11,7 +11,9 @@ namespace {
 const QByteArray kBinaryMagic = QByteArrayLiteral("bplist");
 
 QVariant strictUtf8(const QByteArray& data) {
-    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    // A leading U+FEFF is part of the stored text, not a byte-order mark to drop.
+    QStringDecoder decoder(QStringDecoder::Utf8,
+                           QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom);
     QString text = decoder.decode(data);
     if (decoder.hasError())
         return QVariant();
@@ -20,32 +22,34 @@ QVariant strictUtf8(const QByteArray& data) {
 
 } // namespace
 
-std::optional<QByteArray> encode(const QVariant& object, platform::Error* error) {
+Encoding encode(const QVariant& object, platform::Error* error) {
     if (!object.isValid())
-        return std::nullopt;
+        return {};
     if (object.metaType().id() == QMetaType::QString) {
         const QString text = object.toString();
         const QByteArray utf8 = text.toUtf8();
         // A string that would read back as a property list is stored as one, so that reading
         // cannot mistake it for a serialised value.
         if (!text.startsWith(QLatin1String(kBinaryMagic)) || !platform::PropertyList::read(utf8))
-            return utf8;
+            return {utf8};
     }
     const std::optional<QVariant> representation = FXKeychain_propertyListRepresentation(object);
-    platform::Error writeError;
-    std::optional<QByteArray> bytes;
-    if (representation) {
-        bytes = platform::PropertyList::write(*representation, platform::PropertyList::Format::Binary,
-                                              &writeError);
-    } else {
-        writeError =
-            platform::Error(platform::PropertyList::errorDomain, platform::PropertyList::writeInvalidError,
-                            {{platform::Error::localizedDescriptionKey,
-                              QStringLiteral("The object has no property-list representation.")}});
+    if (!representation || !platform::PropertyList::isPropertyListValue(*representation)) {
+        platform::setError(error, platform::Error(platform::PropertyList::errorDomain,
+                                                  platform::PropertyList::writeInvalidError,
+                                                  {{platform::Error::localizedDescriptionKey,
+                                                    QStringLiteral("The object has no property-list "
+                                                                   "representation.")}}));
+        return {};
     }
-    if (!bytes)
+    platform::Error writeError;
+    std::optional<QByteArray> bytes =
+        platform::PropertyList::write(*representation, platform::PropertyList::Format::Binary, &writeError);
+    if (!bytes) {
         platform::setError(error, writeError);
-    return bytes;
+        return {std::nullopt, true};
+    }
+    return {std::move(bytes)};
 }
 
 QVariant decode(const QByteArray& data, std::optional<platform::Error>* parseError) {

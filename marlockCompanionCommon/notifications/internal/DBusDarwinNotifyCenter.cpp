@@ -8,7 +8,6 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QObject>
-#include <QThread>
 
 namespace notifications::internal {
 namespace {
@@ -16,6 +15,8 @@ namespace {
 const QString kPath = QStringLiteral("/org/marlock/Notify");
 const QString kInterface = QStringLiteral("org.marlock.Notify");
 const QString kMember = QStringLiteral("Posted");
+const QString kRule =
+    QStringLiteral("type='signal',path='/org/marlock/Notify',interface='org.marlock.Notify',member='Posted'");
 
 } // namespace
 
@@ -37,76 +38,66 @@ private:
 };
 
 DBusDarwinNotifyCenter::DBusDarwinNotifyCenter()
-    : registry_(std::make_shared<NotifyObserverRegistry>(this)) {}
+    : registry_(std::make_shared<NotifyObserverRegistry>(this)) {
+    receiver_ = new DBusSignalReceiver(registry_);
+    // Signals arrive on the receiver's thread; the main thread is where deliveries go anyway.
+    if (QCoreApplication* app = QCoreApplication::instance())
+        receiver_->moveToThread(app->thread());
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    onBus_ = bus.isConnected();
+    if (!onBus_) {
+        platform::systemLog(QStringLiteral("PLXDarwinNotificationCenter: no D-Bus session bus; notifications "
+                                           "are delivered in this process only, other processes will not "
+                                           "hear them"));
+        return;
+    }
+    // QtDBus hands matching signals to the receiver, but sends its own AddMatch for them without
+    // waiting for the answer. The same rule is therefore added here once more and the reply
+    // awaited: it says whether the bus took the rule, and once it is in, the bus applies the rule
+    // to every later post. A duplicate rule costs nothing: the bus sends each signal once.
+    const bool hooked = bus.connect(QString(), kPath, kInterface, kMember, receiver_, SLOT(posted(QString)));
+    QDBusMessage addMatch = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("AddMatch"));
+    addMatch << kRule;
+    const QDBusMessage reply = bus.call(addMatch);
+    hearsBus_ = hooked && reply.type() == QDBusMessage::ReplyMessage;
+    if (!hearsBus_)
+        platform::systemLog(QStringLiteral("PLXDarwinNotificationCenter: the session bus refused to pass on "
+                                           "notifications (%1); this process hears its own notifications "
+                                           "only, not those of other processes")
+                                .arg(hooked ? reply.errorName() : QStringLiteral("no signal hook")));
+}
 
 DBusDarwinNotifyCenter::~DBusDarwinNotifyCenter() {
-    // QtDBus drops a receiver's connections and match rules when the receiver is destroyed.
-    if (receiver_)
-        receiver_->deleteLater();
-}
-
-void DBusDarwinNotifyCenter::joinBusOnce() {
-    std::call_once(joined_, [this] {
-        QCoreApplication* app = QCoreApplication::instance();
-        receiver_ = new DBusSignalReceiver(registry_);
-        // Signals arrive on the receiver's thread; the main thread is where deliveries go anyway.
-        if (app)
-            receiver_->moveToThread(app->thread());
-        onBus_ = QDBusConnection::sessionBus().isConnected();
-        if (!onBus_)
-            platform::systemLog(
-                QStringLiteral("PLXDarwinNotificationCenter: no D-Bus session bus; notifications "
-                               "are delivered in this process only, other processes will not hear "
-                               "them"));
-    });
-}
-
-void DBusDarwinNotifyCenter::watchName(const QString& name) {
-    QDBusConnection bus = QDBusConnection::sessionBus();
-    bus.connect(QString(), kPath, kInterface, kMember, QStringList{name}, QStringLiteral("s"), receiver_,
-                SLOT(posted(QString)));
-    // QtDBus sends AddMatch without waiting for the bus. A round trip after it means the bus has
-    // applied the rule, so a post made by anyone after this call returns is heard.
-    bus.call(QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.DBus"),
-                                            QStringLiteral("/org/freedesktop/DBus"),
-                                            QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetId")));
-}
-
-void DBusDarwinNotifyCenter::unwatchName(const QString& name) {
-    QDBusConnection::sessionBus().disconnect(QString(), kPath, kInterface, kMember, QStringList{name},
-                                             QStringLiteral("s"), receiver_, SLOT(posted(QString)));
+    // QtDBus drops a receiver's connections when the receiver is destroyed.
+    receiver_->deleteLater();
 }
 
 void DBusDarwinNotifyCenter::addObserver(void* observer, Callback callback, const QString& name) {
-    joinBusOnce();
-    std::lock_guard lock(watchMutex_);
-    if (registry_->add(observer, callback, name) && onBus_)
-        watchName(name);
+    registry_->add(observer, callback, name);
 }
 
 void DBusDarwinNotifyCenter::removeObserver(void* observer, const QString& name) {
-    joinBusOnce();
-    std::lock_guard lock(watchMutex_);
-    if (registry_->remove(observer, name) && onBus_)
-        unwatchName(name);
+    registry_->remove(observer, name);
 }
 
 void DBusDarwinNotifyCenter::removeEveryObserver(void* observer) {
-    joinBusOnce();
-    std::lock_guard lock(watchMutex_);
-    for (const QString& name : registry_->removeEvery(observer))
-        if (onBus_)
-            unwatchName(name);
+    registry_->removeEvery(observer);
 }
 
 void DBusDarwinNotifyCenter::postNotification(const QString& name) {
-    joinBusOnce();
     if (onBus_) {
         QDBusMessage signal = QDBusMessage::createSignal(kPath, kInterface, kMember);
         signal << name;
         QDBusConnection::sessionBus().send(signal);
-        return;
     }
+    // What the bus does not bring back, this process delivers to itself.
+    if (!hearsBus_)
+        deliverHere(name);
+}
+
+void DBusDarwinNotifyCenter::deliverHere(const QString& name) const {
     std::weak_ptr<NotifyObserverRegistry> registry = registry_;
     platform::dispatchAsyncMain([registry, name] {
         if (auto alive = registry.lock())

@@ -3,7 +3,6 @@
 #include "marlockCompanionCommon/notifications/DarwinNotifyCenter.h"
 
 #include <memory>
-#include <mutex>
 
 namespace notifications::internal {
 
@@ -12,14 +11,20 @@ class DBusSignalReceiver;
 
 // The session bus as DarwinNotifyCenter. Wire contract, relied on by other programs:
 // one signal per post — path "/org/marlock/Notify", interface "org.marlock.Notify", member
-// "Posted", one string argument: the full name. The process adds one match rule per observed
-// name (arg0='<name>'), so the bus sends it only the names it observes; the bus also sends a
-// process its own posts.
+// "Posted", one string argument: the full name.
 //
-// The bus is joined on first use. Signals are received on the main thread. Without a session
-// bus every post is delivered to this process only, and the system log says so once.
+// The process asks the bus once, when the center is created, for every "Posted" signal (one
+// match rule on path, interface and member) and picks out the names it observes itself. Rules
+// naming each observed name would have to quote it, hold valid UTF-8 and fit the bus's
+// 1,024-byte limit on a rule; one rule for the interface has none of those limits, and
+// observing a name never waits on the bus. The bus also sends a process its own posts.
+//
+// Without a session bus every post is delivered to this process only; when the bus refuses the
+// match rule, posts still go out and this process hears its own. Either is said once in the
+// system log. Signals are received on the main thread.
 class DBusDarwinNotifyCenter final : public DarwinNotifyCenter {
 public:
+    // Joins the session bus: one round trip, so that posts made by anyone afterwards are heard.
     DBusDarwinNotifyCenter();
     ~DBusDarwinNotifyCenter() override;
     DBusDarwinNotifyCenter(const DBusDarwinNotifyCenter&) = delete;
@@ -32,17 +37,15 @@ public:
     QStringList observedNames(const void* observer) const override;
 
 private:
-    void joinBusOnce();
-    void watchName(const QString& name);
-    void unwatchName(const QString& name);
+    void deliverHere(const QString& name) const;
 
     std::shared_ptr<NotifyObserverRegistry> registry_;
-    std::once_flag joined_;
+    // Posts go out as signals.
     bool onBus_ = false;
+    // The bus sends this process every "Posted" signal, its own included.
+    bool hearsBus_ = false;
     // Owned; lives on the main thread and is deleted there.
     DBusSignalReceiver* receiver_ = nullptr;
-    // Keeps the registry and the bus's match rules in step.
-    std::mutex watchMutex_;
 };
 
 } // namespace notifications::internal

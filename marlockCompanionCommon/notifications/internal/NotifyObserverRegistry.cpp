@@ -5,40 +5,30 @@
 
 namespace notifications::internal {
 
-bool NotifyObserverRegistry::add(void* observer, DarwinNotifyCenter::Callback callback, const QString& name) {
+void NotifyObserverRegistry::add(void* observer, DarwinNotifyCenter::Callback callback, const QString& name) {
     std::lock_guard lock(mutex_);
     std::shared_ptr<Gate>& gate = gates_[observer];
     if (!gate)
         gate = std::make_shared<Gate>();
-    auto& observers = byName_[name];
-    const bool first = observers.empty();
-    observers[observer] = Registration{callback, gate};
-    return first;
+    byName_[name][observer] = Registration{callback, gate};
 }
 
-bool NotifyObserverRegistry::remove(void* observer, const QString& name) {
+void NotifyObserverRegistry::remove(void* observer, const QString& name) {
     std::lock_guard lock(mutex_);
     auto it = byName_.find(name);
-    if (it == byName_.end() || it->erase(observer) == 0)
-        return false;
-    if (!it->empty())
-        return false;
-    byName_.erase(it);
-    return true;
+    if (it != byName_.end() && it->erase(observer) && it->empty())
+        byName_.erase(it);
 }
 
-QStringList NotifyObserverRegistry::removeEvery(void* observer) {
-    QStringList emptied;
+void NotifyObserverRegistry::removeEvery(void* observer) {
     std::shared_ptr<Gate> gate;
     {
         std::lock_guard lock(mutex_);
         for (auto it = byName_.begin(); it != byName_.end();) {
-            if (it->erase(observer) && it->empty()) {
-                emptied << it.key();
+            if (it->erase(observer) && it->empty())
                 it = byName_.erase(it);
-            } else {
+            else
                 ++it;
-            }
         }
         if (auto found = gates_.find(observer); found != gates_.end()) {
             gate = std::move(found->second);
@@ -51,7 +41,6 @@ QStringList NotifyObserverRegistry::removeEvery(void* observer) {
         std::lock_guard gateLock(gate->mutex);
         gate->open = false;
     }
-    return emptied;
 }
 
 QStringList NotifyObserverRegistry::observedNames(const void* observer) const {
@@ -62,11 +51,6 @@ QStringList NotifyObserverRegistry::observedNames(const void* observer) const {
             names << it.key();
     names.sort();
     return names;
-}
-
-bool NotifyObserverRegistry::isObserved(const QString& name) const {
-    std::lock_guard lock(mutex_);
-    return byName_.contains(name);
 }
 
 void NotifyObserverRegistry::deliver(const QString& name) {

@@ -23,15 +23,12 @@ public:
     NotifyObserverRegistry(const NotifyObserverRegistry&) = delete;
     NotifyObserverRegistry& operator=(const NotifyObserverRegistry&) = delete;
 
-    // Returns true when `name` had no observer before.
-    bool add(void* observer, DarwinNotifyCenter::Callback callback, const QString& name);
-    // Returns true when `name` was observed and has no observer left.
-    bool remove(void* observer, const QString& name);
-    // Removes `observer` everywhere; returns the names left without observers.
-    QStringList removeEvery(void* observer);
+    void add(void* observer, DarwinNotifyCenter::Callback callback, const QString& name);
+    void remove(void* observer, const QString& name);
+    // Removes `observer` everywhere.
+    void removeEvery(void* observer);
 
     QStringList observedNames(const void* observer) const;
-    bool isObserved(const QString& name) const;
 
     // Calls every observer of `name` once, on the calling thread.
     void deliver(const QString& name);

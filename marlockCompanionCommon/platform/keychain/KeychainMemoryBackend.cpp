@@ -14,16 +14,19 @@ bool matches(const KeychainQuery& query, const KeychainItem& item) {
 
 class MemoryKeychainBackend final : public KeychainBackend {
 public:
-    KeychainStatus find(const KeychainQuery& query, bool withData,
+    KeychainStatus find(const KeychainQuery& query, const KeychainMatch& match,
                         std::vector<KeychainRecord>* out) override {
         std::lock_guard lock(mutex_);
         std::vector<KeychainRecord> found;
+        // Kept in the order they were added: oldest first.
         for (const KeychainRecord& record : records_) {
             if (!matches(query, record.item))
                 continue;
             found.push_back(record);
-            if (!withData)
+            if (!match.data)
                 found.back().data.clear();
+            if (match.limitOne)
+                break;
         }
         if (found.empty())
             return KeychainStatusCode::itemNotFound;

@@ -1,313 +1,286 @@
-// The Secret Service keychain backend, on libsecret. GLib comes first: Qt's keyword macros
-// ("signals") would otherwise rewrite GDBus declarations.
-#include <libsecret/secret.h>
-
+// The Secret Service keychain backend: keychain semantics (identity, duplicates, locked versus
+// missing, oldest first) over a SecretServiceConnection, making only the calls each operation
+// needs. A read of one item is a search and one secret fetch, the same two calls libsecret's own
+// lookup makes; an update searches and writes the secret in place.
 #include "marlockCompanionCommon/platform/keychain/KeychainBackend.h"
+#include "marlockCompanionCommon/platform/keychain/internal/SecretServiceConnection.h"
 
 #include <algorithm>
+#include <mutex>
 
 namespace platform {
 namespace {
 
+using internal::SecretAttributes;
+using internal::SecretItemProperties;
+using internal::SecretSearchResult;
+using internal::SecretServiceConnection;
+using Connection = std::shared_ptr<const SecretServiceConnection>;
+namespace Code = KeychainStatusCode;
+
 const char* const kSchemaName = "org.marlock.Keychain";
+// libsecret's attribute for the schema an item was stored under; its lookups match on it.
+const char* const kSchemaAttribute = "xdg:schema";
 const char* const kClass = "class";
 const char* const kService = "service";
 const char* const kAccount = "account";
 const char* const kAccessible = "accessible";
 const char* const kAccessLabel = "access-label";
 const char* const kTrustedApplications = "trusted-applications";
-const char* const kContentType = "application/octet-stream";
+// The user's default collection, through its alias: the collection libsecret's own store uses.
+const char* const kDefaultCollection = "/org/freedesktop/secrets/aliases/default";
 
-const SecretSchema* schema() {
-    static const SecretSchema instance = [] {
-        SecretSchema s{};
-        s.name = kSchemaName;
-        s.flags = SECRET_SCHEMA_NONE;
-        const char* names[] = {kClass, kService, kAccount, kAccessible, kAccessLabel, kTrustedApplications};
-        for (std::size_t i = 0; i < std::size(names); ++i)
-            s.attributes[i] = {names[i], SECRET_SCHEMA_ATTRIBUTE_STRING};
-        return s;
-    }();
-    return &instance;
-}
-
-struct GObjectUnref {
-    void operator()(gpointer object) const { g_object_unref(object); }
-};
-struct HashTableUnref {
-    void operator()(GHashTable* table) const { g_hash_table_unref(table); }
-};
-struct ErrorFree {
-    void operator()(GError* error) const { g_error_free(error); }
-};
-struct ValueUnref {
-    void operator()(SecretValue* value) const { secret_value_unref(value); }
-};
-struct ItemListFree {
-    void operator()(GList* list) const { g_list_free_full(list, g_object_unref); }
-};
-using ServicePtr = std::unique_ptr<SecretService, GObjectUnref>;
-using HashTablePtr = std::unique_ptr<GHashTable, HashTableUnref>;
-using ErrorPtr = std::unique_ptr<GError, ErrorFree>;
-using ValuePtr = std::unique_ptr<SecretValue, ValueUnref>;
-using ItemListPtr = std::unique_ptr<GList, ItemListFree>;
-
-HashTablePtr newAttributes() {
-    return HashTablePtr(g_hash_table_new_full(g_str_hash, g_str_equal, g_free, g_free));
-}
-
-void setAttribute(GHashTable* table, const char* name, const QString& value) {
-    g_hash_table_replace(table, g_strdup(name), g_strdup(value.toUtf8().constData()));
-}
-
-QString attribute(GHashTable* table, const char* name) {
-    return QString::fromUtf8(static_cast<const char*>(g_hash_table_lookup(table, name)));
-}
-
-void setAccessAttributes(GHashTable* table, const KeychainAccess& access) {
-    setAttribute(table, kAccessLabel, access.label);
-    // Paths are joined by newlines: a separator no installed program path uses in practice.
-    setAttribute(table, kTrustedApplications, access.trustedApplications.join(QLatin1Char('\n')));
-}
-
-HashTablePtr queryAttributes(const KeychainQuery& query) {
-    HashTablePtr table = newAttributes();
-    setAttribute(table.get(), kClass, query.itemClass);
+SecretAttributes queryAttributes(const KeychainQuery& query) {
+    SecretAttributes attributes{{kSchemaAttribute, kSchemaName}, {kClass, query.itemClass.toStdString()}};
     if (query.service)
-        setAttribute(table.get(), kService, *query.service);
+        attributes[kService] = query.service->toStdString();
     if (query.account)
-        setAttribute(table.get(), kAccount, *query.account);
-    return table;
+        attributes[kAccount] = query.account->toStdString();
+    return attributes;
 }
 
-QString labelFor(const KeychainItem& item) {
-    if (item.access)
-        return item.access->label;
-    return item.service.isEmpty() ? item.account : QStringLiteral("%1 (%2)").arg(item.account, item.service);
-}
-
-// What a libsecret or D-Bus failure means in the keychain's numbering.
-KeychainStatus statusFor(const GError* error) {
-    if (error->domain == SECRET_ERROR) {
-        switch (error->code) {
-        case SECRET_ERROR_IS_LOCKED:
-            return KeychainStatusCode::authFailed;
-        case SECRET_ERROR_NO_SUCH_OBJECT:
-            return KeychainStatusCode::itemNotFound;
-        case SECRET_ERROR_ALREADY_EXISTS:
-            return KeychainStatusCode::duplicateItem;
-        default:
-            return KeychainStatusCode::internalComponent;
-        }
+SecretAttributes itemAttributes(const KeychainItem& item) {
+    SecretAttributes attributes = queryAttributes({item.itemClass, item.service, item.account});
+    attributes[kAccessible] = item.accessible.toStdString();
+    if (item.access) {
+        attributes[kAccessLabel] = item.access->label.toStdString();
+        // Paths are joined by newlines: a separator no installed program path uses in practice.
+        attributes[kTrustedApplications] =
+            item.access->trustedApplications.join(QLatin1Char('\n')).toStdString();
     }
-    if (error->domain == G_IO_ERROR && error->code == G_IO_ERROR_CANCELLED)
-        return KeychainStatusCode::userCanceled;
-    if (error->domain == G_DBUS_ERROR) {
-        switch (error->code) {
-        case G_DBUS_ERROR_ACCESS_DENIED:
-        case G_DBUS_ERROR_AUTH_FAILED:
-            return KeychainStatusCode::authFailed;
-        case G_DBUS_ERROR_SERVICE_UNKNOWN:
-        case G_DBUS_ERROR_NAME_HAS_NO_OWNER:
-        case G_DBUS_ERROR_NO_SERVER:
-        case G_DBUS_ERROR_DISCONNECTED:
-        case G_DBUS_ERROR_SPAWN_SERVICE_NOT_FOUND:
-        case G_DBUS_ERROR_SPAWN_EXEC_FAILED:
-        case G_DBUS_ERROR_SPAWN_CHILD_EXITED:
-        case G_DBUS_ERROR_SPAWN_FAILED:
-            return KeychainStatusCode::notAvailable;
-        default:
-            break;
-        }
-    }
-    return KeychainStatusCode::internalComponent;
+    return attributes;
 }
 
-KeychainItem itemFrom(SecretItem* secretItem) {
-    HashTablePtr attributes(secret_item_get_attributes(secretItem));
+QString text(const SecretAttributes& attributes, const char* name) {
+    const auto found = attributes.find(name);
+    return found == attributes.end() ? QString() : QString::fromStdString(found->second);
+}
+
+KeychainItem itemFrom(const SecretAttributes& attributes) {
     KeychainItem item;
-    item.itemClass = attribute(attributes.get(), kClass);
-    item.service = attribute(attributes.get(), kService);
-    item.account = attribute(attributes.get(), kAccount);
-    item.accessible = attribute(attributes.get(), kAccessible);
-    if (g_hash_table_contains(attributes.get(), kAccessLabel)) {
-        const QString paths = attribute(attributes.get(), kTrustedApplications);
-        item.access = KeychainAccess{attribute(attributes.get(), kAccessLabel),
-                                     paths.split(QLatin1Char('\n'), Qt::SkipEmptyParts)};
-    }
+    item.itemClass = text(attributes, kClass);
+    item.service = text(attributes, kService);
+    item.account = text(attributes, kAccount);
+    item.accessible = text(attributes, kAccessible);
+    if (attributes.count(kAccessLabel))
+        item.access = KeychainAccess{
+            text(attributes, kAccessLabel),
+            text(attributes, kTrustedApplications).split(QLatin1Char('\n'), Qt::SkipEmptyParts)};
     return item;
 }
 
+std::string labelFor(const KeychainItem& item) {
+    if (item.access)
+        return item.access->label.toStdString();
+    return (item.service.isEmpty() ? item.account : QStringLiteral("%1 (%2)").arg(item.account, item.service))
+        .toStdString();
+}
+
+// A search result on its way to the caller.
+struct Match {
+    std::string path;
+    quint64 created = 0;
+    KeychainRecord record;
+};
+
 class SecretServiceKeychainBackend final : public KeychainBackend {
 public:
-    KeychainStatus find(const KeychainQuery& query, bool withData,
+    KeychainStatus find(const KeychainQuery& query, const KeychainMatch& match,
                         std::vector<KeychainRecord>* out) override {
-        ServicePtr service;
-        ItemListPtr items;
-        if (const KeychainStatus status = search(query, &service, &items);
-            status != KeychainStatusCode::success)
-            return status;
-        // One call fetches every secret.
-        GError* rawError = nullptr;
-        if (withData && !secret_item_load_secrets_sync(items.get(), nullptr, &rawError))
-            return statusFor(ErrorPtr(rawError).get());
-        std::vector<std::pair<guint64, KeychainRecord>> found;
-        for (GList* node = items.get(); node; node = node->next) {
-            auto* secretItem = static_cast<SecretItem*>(node->data);
-            KeychainRecord record{itemFrom(secretItem), {}};
-            // The content type that comes back is not reliable: the secret is bytes.
-            if (withData) {
-                ValuePtr value{secret_item_get_secret(secretItem)};
-                if (!value)
-                    return KeychainStatusCode::authFailed;
-                gsize length = 0;
-                const gchar* bytes = secret_value_get(value.get(), &length);
-                record.data = QByteArray(bytes, static_cast<qsizetype>(length));
-            }
-            found.emplace_back(secret_item_get_created(secretItem), std::move(record));
-        }
-        std::stable_sort(found.begin(), found.end(),
-                         [](const auto& a, const auto& b) { return a.first < b.first; });
-        if (out) {
-            out->clear();
-            for (auto& entry : found)
-                out->push_back(std::move(entry.second));
-        }
-        return KeychainStatusCode::success;
+        return retried([&](const SecretServiceConnection& connection) {
+            return findItems(connection, query, match, out);
+        });
     }
-
     KeychainStatus add(const KeychainRecord& record) override {
-        const KeychainQuery identity{record.item.itemClass, record.item.service, record.item.account};
-        const KeychainStatus existing = find(identity, false, nullptr);
-        if (existing == KeychainStatusCode::success)
-            return KeychainStatusCode::duplicateItem;
-        if (existing != KeychainStatusCode::itemNotFound)
-            return existing;
-        HashTablePtr attributes = queryAttributes(identity);
-        setAttribute(attributes.get(), kAccessible, record.item.accessible);
-        if (record.item.access)
-            setAccessAttributes(attributes.get(), *record.item.access);
-        ValuePtr value(secret_value_new(record.data.constData(), record.data.size(), kContentType));
-        GError* rawError = nullptr;
-        // Stores in the default collection, unlocking it (with a prompt) when needed.
-        secret_password_storev_binary_sync(schema(), attributes.get(), SECRET_COLLECTION_DEFAULT,
-                                           labelFor(record.item).toUtf8().constData(), value.get(), nullptr,
-                                           &rawError);
-        if (rawError)
-            return statusFor(ErrorPtr(rawError).get());
-        return KeychainStatusCode::success;
+        return retried(
+            [&](const SecretServiceConnection& connection) { return addItem(connection, record); });
     }
-
     KeychainStatus update(const KeychainQuery& query, const KeychainAttributes& changes) override {
-        ServicePtr service;
-        ItemListPtr items;
-        if (const KeychainStatus status = search(query, &service, &items);
-            status != KeychainStatusCode::success)
-            return status;
-        for (GList* node = items.get(); node; node = node->next) {
-            auto* secretItem = static_cast<SecretItem*>(node->data);
-            GError* rawError = nullptr;
-            if (changes.data) {
-                ValuePtr value(
-                    secret_value_new(changes.data->constData(), changes.data->size(), kContentType));
-                if (!secret_item_set_secret_sync(secretItem, value.get(), nullptr, &rawError))
-                    return statusFor(ErrorPtr(rawError).get());
-            }
-            // Attributes and label are written only when they change: each write is a round trip
-            // and a save of the whole keyring.
-            const KeychainItem before = itemFrom(secretItem);
-            KeychainItem item = before;
-            if (changes.accessible)
-                item.accessible = *changes.accessible;
-            if (changes.access)
-                item.access = changes.access;
-            if (item != before) {
-                HashTablePtr attributes = queryAttributes({item.itemClass, item.service, item.account});
-                setAttribute(attributes.get(), kAccessible, item.accessible);
-                if (item.access)
-                    setAccessAttributes(attributes.get(), *item.access);
-                if (!secret_item_set_attributes_sync(secretItem, schema(), attributes.get(), nullptr,
-                                                     &rawError))
-                    return statusFor(ErrorPtr(rawError).get());
-            }
-            const QByteArray label = labelFor(item).toUtf8();
-            gchar* currentLabel = secret_item_get_label(secretItem);
-            const bool sameLabel = currentLabel && label == currentLabel;
-            g_free(currentLabel);
-            if (!sameLabel && !secret_item_set_label_sync(secretItem, label.constData(), nullptr, &rawError))
-                return statusFor(ErrorPtr(rawError).get());
-        }
-        return KeychainStatusCode::success;
+        return retried([&](const SecretServiceConnection& connection) {
+            return updateItems(connection, query, changes);
+        });
     }
-
     KeychainStatus remove(const KeychainQuery& query) override {
-        ServicePtr service;
-        ItemListPtr items;
-        if (const KeychainStatus status = search(query, &service, &items);
-            status != KeychainStatusCode::success)
-            return status;
-        for (GList* node = items.get(); node; node = node->next) {
-            GError* rawError = nullptr;
-            if (!secret_item_delete_sync(static_cast<SecretItem*>(node->data), nullptr, &rawError))
-                return statusFor(ErrorPtr(rawError).get());
-        }
-        return KeychainStatusCode::success;
+        return retried(
+            [&](const SecretServiceConnection& connection) { return removeItems(connection, query); });
     }
 
 private:
-    // The process's connection to the Secret Service; notAvailable without a bus or a service.
-    static KeychainStatus connect(ServicePtr* service) {
-        GError* rawError = nullptr;
-        SecretService* connected = secret_service_get_sync(SECRET_SERVICE_OPEN_SESSION, nullptr, &rawError);
-        if (rawError) {
-            ErrorPtr error(rawError);
-            if (connected)
-                g_object_unref(connected);
-            const KeychainStatus status = statusFor(error.get());
-            // Failing to reach the bus at all is a service that is not available.
-            return status == KeychainStatusCode::internalComponent ? KeychainStatusCode::notAvailable
-                                                                   : status;
+    // Runs `operation` on the connection, opened on first use and kept: opening one costs two
+    // round trips and a key exchange. When the service is gone from under a kept connection (a
+    // daemon that restarted knows nothing of our session), the connection is dropped and the
+    // operation runs once more on a new one; every operation is safe to repeat.
+    template <typename Operation> KeychainStatus retried(const Operation& operation) {
+        for (int attempt = 0;; ++attempt) {
+            Connection connection;
+            bool kept = false;
+            if (const KeychainStatus status = connect(&connection, &kept); status != Code::success)
+                return status;
+            const KeychainStatus status = operation(*connection);
+            if (status != Code::notAvailable)
+                return status;
+            drop(connection);
+            if (!kept || attempt > 0)
+                return status;
         }
-        if (!connected)
-            return KeychainStatusCode::notAvailable;
-        service->reset(connected);
-        return KeychainStatusCode::success;
     }
 
-    // The items matching `query`, unlocked. A lookup in a locked collection looks exactly like a
-    // missing item to the simple libsecret calls, so this searches without unlocking first: a
-    // locked match that stays locked after asking is authFailed, no match at all is itemNotFound.
-    static KeychainStatus search(const KeychainQuery& query, ServicePtr* service, ItemListPtr* items) {
-        if (const KeychainStatus status = connect(service); status != KeychainStatusCode::success)
-            return status;
-        HashTablePtr attributes = queryAttributes(query);
-        GError* rawError = nullptr;
-        items->reset(secret_service_search_sync(service->get(), schema(), attributes.get(), SECRET_SEARCH_ALL,
-                                                nullptr, &rawError));
-        if (rawError)
-            return statusFor(ErrorPtr(rawError).get());
-        if (!*items)
-            return KeychainStatusCode::itemNotFound;
-        GList* locked = nullptr;
-        for (GList* node = items->get(); node; node = node->next) {
-            if (secret_item_get_locked(static_cast<SecretItem*>(node->data)))
-                locked = g_list_prepend(locked, node->data);
+    KeychainStatus connect(Connection* connection, bool* kept) {
+        std::lock_guard lock(mutex_);
+        *kept = connection_ != nullptr;
+        if (!connection_) {
+            std::unique_ptr<SecretServiceConnection> opened;
+            if (const KeychainStatus status = SecretServiceConnection::open(&opened); status != Code::success)
+                return status;
+            connection_ = std::move(opened);
         }
-        if (!locked)
-            return KeychainStatusCode::success;
-        const guint lockedCount = g_list_length(locked);
-        const gint unlocked = secret_service_unlock_sync(service->get(), locked, nullptr, nullptr, &rawError);
-        g_list_free(locked);
-        if (rawError) {
-            ErrorPtr error(rawError);
-            const KeychainStatus status = statusFor(error.get());
-            return status == KeychainStatusCode::notAvailable ? status : KeychainStatusCode::authFailed;
-        }
-        // A dismissed prompt unlocks nothing and reports no error.
-        if (unlocked < 0 || static_cast<guint>(unlocked) < lockedCount)
-            return KeychainStatusCode::authFailed;
-        return KeychainStatusCode::success;
+        *connection = connection_;
+        return Code::success;
     }
+
+    void drop(const Connection& connection) {
+        std::lock_guard lock(mutex_);
+        if (connection_ == connection)
+            connection_.reset();
+    }
+
+    static KeychainStatus findItems(const SecretServiceConnection& connection, const KeychainQuery& query,
+                                    const KeychainMatch& match, std::vector<KeychainRecord>* out) {
+        std::vector<std::string> paths;
+        if (const KeychainStatus status = searchUnlocked(connection, query, &paths); status != Code::success)
+            return status;
+        std::vector<Match> found;
+        // A single match needs no age, and attributes only when asked for: no property fetch.
+        const bool needProperties = match.attributes || (match.limitOne && paths.size() > 1);
+        for (std::string& path : paths) {
+            SecretItemProperties properties;
+            if (needProperties)
+                if (const KeychainStatus status = connection.properties(path, &properties);
+                    status != Code::success)
+                    return status;
+            found.push_back({std::move(path), properties.created, {itemFrom(properties.attributes), {}}});
+        }
+        std::stable_sort(found.begin(), found.end(),
+                         [](const Match& a, const Match& b) { return a.created < b.created; });
+        if (match.limitOne)
+            found.resize(1);
+        if (match.data) {
+            std::vector<std::string> wanted;
+            for (const Match& entry : found)
+                wanted.push_back(entry.path);
+            std::map<std::string, QByteArray> secrets;
+            if (const KeychainStatus status = connection.secrets(wanted, &secrets); status != Code::success)
+                return status;
+            for (Match& entry : found)
+                entry.record.data = secrets[entry.path];
+        }
+        if (out) {
+            out->clear();
+            for (Match& entry : found)
+                out->push_back(std::move(entry.record));
+        }
+        return Code::success;
+    }
+
+    static KeychainStatus addItem(const SecretServiceConnection& connection, const KeychainRecord& record) {
+        // A match is a duplicate whether or not its collection is locked: no need to unlock it.
+        SecretSearchResult existing;
+        if (const KeychainStatus status = connection.search(
+                queryAttributes({record.item.itemClass, record.item.service, record.item.account}),
+                &existing);
+            status != Code::success)
+            return status;
+        if (!existing.unlocked.empty() || !existing.locked.empty())
+            return Code::duplicateItem;
+        // Creating replaces an item with exactly these attributes: should another process add the
+        // same item between the search and here, the keychain still ends up with one, not two.
+        const auto create = [&] {
+            return connection.createItem(kDefaultCollection, labelFor(record.item),
+                                         itemAttributes(record.item), record.data);
+        };
+        KeychainStatus status = create();
+        if (status == Code::authFailed) {
+            // A locked default collection: ask to unlock it (the service may prompt), then again.
+            status = connection.unlock({kDefaultCollection});
+            if (status == Code::success)
+                status = create();
+        }
+        return status;
+    }
+
+    static KeychainStatus updateItems(const SecretServiceConnection& connection, const KeychainQuery& query,
+                                      const KeychainAttributes& changes) {
+        std::vector<std::string> paths;
+        if (const KeychainStatus status = searchUnlocked(connection, query, &paths); status != Code::success)
+            return status;
+        for (const std::string& path : paths) {
+            if (changes.data)
+                if (const KeychainStatus status = connection.setSecret(path, *changes.data);
+                    status != Code::success)
+                    return status;
+            if (changes.accessible || changes.access)
+                if (const KeychainStatus status = updateAttributes(connection, path, changes);
+                    status != Code::success)
+                    return status;
+        }
+        return Code::success;
+    }
+
+    // Applies the accessibility and access object of `changes`. Attributes and label are written
+    // only when they differ: each write is a round trip and a save of the whole keyring.
+    static KeychainStatus updateAttributes(const SecretServiceConnection& connection, const std::string& path,
+                                           const KeychainAttributes& changes) {
+        SecretItemProperties properties;
+        if (const KeychainStatus status = connection.properties(path, &properties); status != Code::success)
+            return status;
+        KeychainItem item = itemFrom(properties.attributes);
+        if (changes.accessible)
+            item.accessible = *changes.accessible;
+        if (changes.access)
+            item.access = changes.access;
+        // Attributes another program added stay.
+        SecretAttributes attributes = properties.attributes;
+        for (auto& [name, value] : itemAttributes(item))
+            attributes[name] = std::move(value);
+        if (attributes != properties.attributes)
+            if (const KeychainStatus status = connection.setAttributes(path, attributes);
+                status != Code::success)
+                return status;
+        const std::string label = labelFor(item);
+        return label == properties.label ? Code::success : connection.setLabel(path, label);
+    }
+
+    static KeychainStatus removeItems(const SecretServiceConnection& connection, const KeychainQuery& query) {
+        std::vector<std::string> paths;
+        if (const KeychainStatus status = searchUnlocked(connection, query, &paths); status != Code::success)
+            return status;
+        for (const std::string& path : paths)
+            if (const KeychainStatus status = connection.deleteItem(path); status != Code::success)
+                return status;
+        return Code::success;
+    }
+
+    // The items matching `query`, every one of them unlocked. A lookup in a locked collection looks
+    // like a missing item to libsecret's simple calls; the search tells them apart: a locked match
+    // that stays locked after asking is authFailed, no match at all is itemNotFound.
+    static KeychainStatus searchUnlocked(const SecretServiceConnection& connection,
+                                         const KeychainQuery& query, std::vector<std::string>* paths) {
+        SecretSearchResult result;
+        if (const KeychainStatus status = connection.search(queryAttributes(query), &result);
+            status != Code::success)
+            return status;
+        if (result.unlocked.empty() && result.locked.empty())
+            return Code::itemNotFound;
+        if (!result.locked.empty())
+            if (const KeychainStatus status = connection.unlock(result.locked); status != Code::success)
+                return status;
+        *paths = std::move(result.unlocked);
+        paths->insert(paths->end(), result.locked.begin(), result.locked.end());
+        return Code::success;
+    }
+
+    std::mutex mutex_;
+    Connection connection_;
 };
 
 } // namespace

@@ -68,7 +68,8 @@ KeychainStatus KeychainServices::copyMatchingData(const KeychainQuery& query, QB
     if (query.itemClass.isEmpty())
         return KeychainStatusCode::param;
     std::vector<KeychainRecord> records;
-    const KeychainStatus status = backend_->find(query, true, &records);
+    const KeychainStatus status =
+        backend_->find(query, {.data = true, .attributes = false, .limitOne = true}, &records);
     if (status != KeychainStatusCode::success)
         return status;
     if (records.empty())
@@ -83,7 +84,8 @@ KeychainStatus KeychainServices::copyMatchingItem(const KeychainQuery& query,
     if (query.itemClass.isEmpty())
         return KeychainStatusCode::param;
     std::vector<KeychainRecord> records;
-    const KeychainStatus status = backend_->find(query, false, &records);
+    const KeychainStatus status =
+        backend_->find(query, {.data = false, .attributes = true, .limitOne = true}, &records);
     if (status != KeychainStatusCode::success)
         return status;
     if (records.empty())
@@ -112,7 +114,8 @@ KeychainStatus KeychainServices::findGenericPassword(const QByteArray& service, 
     if (!account.isEmpty())
         query.account = QString::fromUtf8(account);
     std::vector<KeychainRecord> records;
-    const KeychainStatus status = backend_->find(query, content != nullptr, &records);
+    const KeychainStatus status = backend_->find(
+        query, {.data = content != nullptr, .attributes = item != nullptr, .limitOne = true}, &records);
     if (status != KeychainStatusCode::success)
         return status;
     if (records.empty())

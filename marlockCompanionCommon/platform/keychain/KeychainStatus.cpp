@@ -7,6 +7,8 @@ QString keychainErrorMessage(KeychainStatus status) {
     switch (status) {
     case success:
         return QStringLiteral("No error.");
+    case io:
+        return QStringLiteral("Talking to the keychain failed: an I/O error, or no answer in time.");
     case param:
         return QStringLiteral("One or more parameters passed to the keychain were not valid.");
     case userCanceled:
@@ -22,6 +24,8 @@ QString keychainErrorMessage(KeychainStatus status) {
         return QStringLiteral("The item already exists in the keychain.");
     case itemNotFound:
         return QStringLiteral("The item could not be found in the keychain.");
+    case noDefaultKeychain:
+        return QStringLiteral("There is no default keychain: the Secret Service has no default collection.");
     default:
         return QStringLiteral("Unknown keychain status %1.").arg(status);
     }

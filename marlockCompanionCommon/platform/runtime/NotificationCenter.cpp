@@ -5,6 +5,7 @@
 #include <QMetaMethod>
 
 #include <algorithm>
+#include <optional>
 
 namespace platform {
 
@@ -15,7 +16,8 @@ struct NotificationCenter::Entry {
     const QObject* sender = nullptr; // compared by identity only, never dereferenced
     // Block observers
     ObserverToken token;
-    OperationQueue* queue = nullptr;
+    // Held weakly: a queue destroyed before its observer is removed gets nothing more.
+    std::optional<WeakOperationQueue> queue;
     Block block;
     // Target observers
     QPointer<QObject> target;
@@ -62,7 +64,8 @@ NotificationCenter::ObserverToken NotificationCenter::addObserver(const QString&
     entry->name = name;
     entry->sender = sender;
     entry->token = std::make_shared<Registration>();
-    entry->queue = queue;
+    if (queue)
+        entry->queue.emplace(queue);
     entry->block = std::move(block);
     ObserverToken token = entry->token;
     std::lock_guard lock(mutex_);

@@ -19,7 +19,8 @@ class OperationQueue;
 //
 // Two kinds of observers:
 //  - a block, run synchronously on the posting thread, or added to an operation queue when one
-//    is given. The center keeps the registration until the returned token is removed.
+//    is given. The center keeps the registration until the returned token is removed; it does
+//    not keep the queue: once the queue is destroyed the block runs no more.
 //  - a target QObject and the name of one of its slots or Q_INVOKABLE methods, invoked
 //    synchronously on the posting thread. The method may take no argument or one
 //    `platform::Notification`. The target is held weakly: once destroyed it hears nothing more.

@@ -1,6 +1,7 @@
 #include "marlockCompanionCommon/platform/runtime/OperationQueue.h"
 
 #include "marlockCompanionCommon/platform/runtime/FatalError.h"
+#include "marlockCompanionCommon/platform/runtime/internal/TimerWait.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -8,7 +9,10 @@
 #include <QThreadPool>
 #include <QTimer>
 
+#include <algorithm>
 #include <chrono>
+#include <limits>
+#include <mutex>
 
 namespace platform {
 namespace {
@@ -26,6 +30,18 @@ struct OperationQueue::Private {
     bool main = false;
     QString name;
     std::unique_ptr<QThreadPool> pool;
+    // Set when the queue's destruction begins; WeakOperationQueue adds nothing after that, so
+    // the destructor's wait covers every item that can ever reach the pool.
+    std::mutex closing;
+    bool closed = false;
+
+    void start(std::function<void()> operation) {
+        if (main)
+            dispatchAsyncMain(std::move(operation));
+        else
+            // QThreadPool starts items in the order they were queued, so one thread means serial FIFO.
+            pool->start(std::move(operation));
+    }
 };
 
 OperationQueue* OperationQueue::mainQueue() {
@@ -34,13 +50,13 @@ OperationQueue* OperationQueue::mainQueue() {
 }
 
 OperationQueue::OperationQueue(MainTag)
-    : d(std::make_unique<Private>()) {
+    : d(std::make_shared<Private>()) {
     d->main = true;
     d->name = QStringLiteral("main");
 }
 
 OperationQueue::OperationQueue(int maxConcurrentOperationCount, QString name)
-    : d(std::make_unique<Private>()) {
+    : d(std::make_shared<Private>()) {
     d->name = std::move(name);
     d->pool = std::make_unique<QThreadPool>();
     if (maxConcurrentOperationCount > 0)
@@ -50,23 +66,38 @@ OperationQueue::OperationQueue(int maxConcurrentOperationCount, QString name)
 }
 
 OperationQueue::~OperationQueue() {
+    {
+        std::lock_guard lock(d->closing);
+        d->closed = true;
+    }
     if (d->pool)
         d->pool->waitForDone();
 }
 
 void OperationQueue::addOperation(std::function<void()> operation) {
-    if (d->main) {
-        dispatchAsyncMain(std::move(operation));
-        return;
-    }
-    // QThreadPool starts items in the order they were queued, so one thread means serial FIFO.
-    d->pool->start(std::move(operation));
+    d->start(std::move(operation));
 }
 
 void OperationQueue::waitUntilAllOperationsAreFinished() {
     if (d->main)
         fatalError(QStringLiteral("waitUntilAllOperationsAreFinished() is not available on the main queue"));
     d->pool->waitForDone();
+}
+
+WeakOperationQueue::WeakOperationQueue(OperationQueue* queue) {
+    if (queue)
+        queue_ = queue->d;
+}
+
+bool WeakOperationQueue::addOperation(std::function<void()> operation) const {
+    const std::shared_ptr<OperationQueue::Private> queue = queue_.lock();
+    if (!queue)
+        return false;
+    std::lock_guard lock(queue->closing);
+    if (queue->closed)
+        return false;
+    queue->start(std::move(operation));
+    return true;
 }
 
 bool OperationQueue::isMainQueue() const {
@@ -82,21 +113,47 @@ void dispatchAsyncMain(std::function<void()> work) {
 }
 
 void dispatchAfterMain(qint64 nanoseconds, std::function<void()> work) {
-    // The deadline is fixed now, on the caller's thread; the timer is armed on the main thread
-    // (a QTimer belongs to the thread that starts it) for whatever time is left then.
+    internal::dispatchAfterMain(nanoseconds, std::move(work), internal::maximumTimerWaitMs);
+}
+
+namespace internal {
+namespace {
+
+// On the main thread: runs `work` once `deadline` has passed, else arms a timer for (at most
+// capMs of) the time left and looks again when it ends.
+void runAtDeadline(QDeadlineTimer deadline, std::function<void()> work, qint64 capMs) {
+    // A deadline too far to represent saturates to "forever": it is then waited for forever.
+    const qint64 leftNs =
+        deadline.isForever() ? std::numeric_limits<qint64>::max() : deadline.remainingTimeNSecs();
+    if (leftNs <= 0) {
+        work();
+        return;
+    }
+    QTimer::singleShot(std::chrono::milliseconds(timerWaitMs(leftNs, capMs)), Qt::PreciseTimer,
+                       QCoreApplication::instance(), [deadline, work = std::move(work), capMs]() mutable {
+                           runAtDeadline(deadline, std::move(work), capMs);
+                       });
+}
+
+} // namespace
+
+qint64 timerWaitMs(qint64 leftNs, qint64 capMs) {
+    // Divided first: adding the rounding before dividing overflows near the largest deadlines.
+    const qint64 ms = leftNs / 1'000'000 + (leftNs % 1'000'000 != 0 ? 1 : 0);
+    return std::min(ms, capMs);
+}
+
+void dispatchAfterMain(qint64 nanoseconds, std::function<void()> work, qint64 capMs) {
+    // The deadline is fixed now, on the caller's thread; timers are armed on the main thread (a
+    // QTimer belongs to the thread that starts it) for whatever time is left then.
     const QDeadlineTimer deadline(std::chrono::nanoseconds(std::max<qint64>(nanoseconds, 0)),
                                   Qt::PreciseTimer);
-    dispatchAsyncMain([deadline, work = std::move(work)]() mutable {
-        const qint64 leftNs = deadline.remainingTimeNSecs();
-        if (leftNs <= 0) {
-            work();
-            return;
-        }
-        // Round up: a timer must never fire before its deadline.
-        const auto leftMs = std::chrono::milliseconds((leftNs + 999'999) / 1'000'000);
-        QTimer::singleShot(leftMs, Qt::PreciseTimer, QCoreApplication::instance(), std::move(work));
+    dispatchAsyncMain([deadline, work = std::move(work), capMs]() mutable {
+        runAtDeadline(deadline, std::move(work), capMs);
     });
 }
+
+} // namespace internal
 
 bool isMainThread() {
     const QCoreApplication* app = QCoreApplication::instance();

@@ -1,20 +1,30 @@
 #include "marlockCompanionCommon/platform/storage/PropertyList.h"
 
-#include "marlockCompanionCommon/platform/storage/internal/BinaryPlistCheck.h"
+#include "marlockCompanionCommon/platform/storage/internal/BinaryPlistReader.h"
+#include "marlockCompanionCommon/platform/storage/internal/BinaryPlistWriter.h"
+#include "marlockCompanionCommon/platform/storage/internal/PlistValueKind.h"
 #include "marlockCompanionCommon/platform/storage/internal/XmlPlistCheck.h"
 
 #include <QDateTime>
+#include <QStringDecoder>
 #include <QStringList>
 #include <QTimeZone>
 
 #include <plist/plist.h>
 
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <memory>
+#include <vector>
 
+// Binary property lists are read and written by our own code (internal/BinaryPlist*): libplist
+// 2.2 cannot write a string holding NUL, cuts such a string short when reading it, and keeps
+// dates to 32-bit seconds. XML goes through libplist.
 namespace platform::PropertyList {
 namespace {
+
+using internal::Kind;
 
 // Nesting deeper than this is no settings file or archive we write; refusing it keeps the
 // recursive conversions far from the stack's end.
@@ -38,66 +48,42 @@ struct WriteFailure {
     QString reason;
 };
 
-class Writer {
+// Builds libplist's tree for XML output.
+class XmlWriter {
 public:
-    explicit Writer(Format format)
-        : format_(format) {}
-
     Node convert(const QVariant& value, int depth) {
         if (depth > maximumDepth)
             throw WriteFailure{QStringLiteral("nesting deeper than %1 levels").arg(maximumDepth)};
-        const int type = value.typeId();
-        switch (type) {
-        case QMetaType::QString:
+        switch (internal::kindOf(value)) {
+        case Kind::String:
             return Node(plist_new_string(utf8(value.toString()).constData()));
-        case QMetaType::QByteArray: {
+        case Kind::Data: {
             const QByteArray bytes = value.toByteArray();
             return Node(plist_new_data(bytes.constData(), static_cast<uint64_t>(bytes.size())));
         }
-        case QMetaType::Bool:
+        case Kind::Boolean:
             return Node(plist_new_bool(value.toBool() ? 1 : 0));
-        case QMetaType::Int:
-        case QMetaType::Long:
-        case QMetaType::LongLong:
-        case QMetaType::Short:
-        case QMetaType::SChar:
-        case QMetaType::Char:
+        case Kind::Integer:
             return integer(value.toLongLong());
-        case QMetaType::UInt:
-        case QMetaType::ULong:
-        case QMetaType::ULongLong:
-        case QMetaType::UShort:
-        case QMetaType::UChar: {
+        case Kind::UnsignedInteger: {
             const qulonglong unsignedValue = value.toULongLong();
             if (unsignedValue > static_cast<qulonglong>(std::numeric_limits<qint64>::max()))
-                throw WriteFailure{
-                    QStringLiteral("unsigned integer %1 does not fit in 64 signed bits").arg(unsignedValue)};
+                throw WriteFailure{QStringLiteral("unsigned integer %1 does not fit in 64 signed bits in XML")
+                                       .arg(unsignedValue)};
             return integer(static_cast<qint64>(unsignedValue));
         }
-        case QMetaType::Double:
-        case QMetaType::Float:
+        case Kind::Real:
             return Node(plist_new_real(value.toDouble()));
-        case QMetaType::QDateTime:
+        case Kind::Date:
             return date(value.toDateTime());
-        case QMetaType::QVariantList:
-        case QMetaType::QStringList:
+        case Kind::Array:
             return array(value.toList(), depth);
-        case QMetaType::QVariantMap:
-            return dictionary(value.toMap(), depth);
-        case QMetaType::QVariantHash: {
-            const QVariantHash hash = value.toHash();
-            QVariantMap entries;
-            for (auto it = hash.begin(); it != hash.end(); ++it)
-                entries.insert(it.key(), it.value());
-            return dictionary(entries, depth);
-        }
-        default:
+        case Kind::Dictionary:
+            return dictionary(internal::dictionaryOf(value), depth);
+        case Kind::Uid:
+            throw WriteFailure{QStringLiteral("a UID can only be written in a binary property list")};
+        case Kind::None:
             break;
-        }
-        if (type == qMetaTypeId<Uid>()) {
-            if (format_ != Format::Binary)
-                throw WriteFailure{QStringLiteral("a UID can only be written in a binary property list")};
-            return Node(plist_new_uid(value.value<Uid>().value));
         }
         throw WriteFailure{
             QStringLiteral("a value of type %1 is not a property-list value")
@@ -106,9 +92,9 @@ public:
 
 private:
     static QByteArray utf8(const QString& text) {
-        // The parser's strings are C strings: an embedded NUL would silently cut the text short.
+        // XML has no way to write NUL, and libplist's strings are C strings.
         if (text.contains(QChar(0)))
-            throw WriteFailure{QStringLiteral("a string holds a NUL character")};
+            throw WriteFailure{QStringLiteral("a string holds a NUL character, which XML cannot")};
         return text.toUtf8();
     }
 
@@ -125,7 +111,7 @@ private:
         const qint64 micros = (msecs - seconds * 1000) * 1000;
         if (seconds < std::numeric_limits<qint32>::min() + 1 || seconds > std::numeric_limits<qint32>::max())
             throw WriteFailure{
-                QStringLiteral("the date %1 is out of range").arg(dateTime.toString(Qt::ISODate))};
+                QStringLiteral("the date %1 is out of range for XML").arg(dateTime.toString(Qt::ISODate))};
         Node node(plist_new_date(0, 0));
         plist_set_date_val(node.get(), static_cast<int32_t>(seconds), static_cast<int32_t>(micros));
         return node;
@@ -148,13 +134,18 @@ private:
         }
         return node;
     }
-
-    Format format_;
 };
 
 struct ReadFailure {
     QString reason;
 };
+
+// UTF-8 as written, a leading U+FEFF included: QString::fromUtf8 would drop it as a byte-order mark.
+QString fromUtf8(const char* text, qsizetype length) {
+    QStringDecoder decoder(QStringDecoder::Utf8,
+                           QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom);
+    return decoder.decode(QByteArrayView(text, length));
+}
 
 QString stringOf(plist_t node) {
     uint64_t length = 0;
@@ -163,7 +154,7 @@ QString stringOf(plist_t node) {
         return {};
     if (length > static_cast<uint64_t>(std::numeric_limits<qsizetype>::max()))
         throw ReadFailure{QStringLiteral("a string is too long")};
-    return QString::fromUtf8(text, static_cast<qsizetype>(length));
+    return fromUtf8(text, static_cast<qsizetype>(length));
 }
 
 QDateTime dateOf(plist_t node) {
@@ -240,7 +231,7 @@ QVariant toVariant(plist_t node, int depth) {
             std::unique_ptr<char, decltype(&free)> keyOwner(key, &free);
             if (!key)
                 throw ReadFailure{QStringLiteral("a dictionary key is not a string")};
-            entries.insert(QString::fromUtf8(key), toVariant(value, depth + 1));
+            entries.insert(fromUtf8(key, qsizetype(strlen(key))), toVariant(value, depth + 1));
         }
         return entries;
     }
@@ -257,30 +248,64 @@ bool isBinary(const QByteArray& bytes) {
     return bytes.startsWith("bplist");
 }
 
+bool isPropertyListValue(const QVariant& value, Format format) {
+    // A worklist rather than recursion: the value's depth is the caller's, not bounded here.
+    std::vector<QVariant> pending{value};
+    while (!pending.empty()) {
+        const QVariant item = std::move(pending.back());
+        pending.pop_back();
+        switch (internal::kindOf(item)) {
+        case Kind::None:
+            return false;
+        case Kind::Uid:
+            if (format != Format::Binary)
+                return false;
+            break;
+        case Kind::Date:
+            if (!item.toDateTime().isValid())
+                return false;
+            break;
+        case Kind::Array: {
+            const QVariantList items = item.toList();
+            pending.insert(pending.end(), items.begin(), items.end());
+            break;
+        }
+        case Kind::Dictionary: {
+            const QVariantMap entries = internal::dictionaryOf(item);
+            pending.insert(pending.end(), entries.begin(), entries.end());
+            break;
+        }
+        default:
+            break;
+        }
+    }
+    return true;
+}
+
 std::optional<QByteArray> write(const QVariant& value, Format format, Error* error) {
+    auto fail = [&](const QString& reason) -> std::optional<QByteArray> {
+        setError(error, makeError(writeInvalidError,
+                                  QStringLiteral("Cannot write the property list: %1").arg(reason)));
+        return std::nullopt;
+    };
+    if (format == Format::Binary) {
+        QString problem;
+        std::optional<QByteArray> bytes = internal::writeBinaryPlist(value, maximumDepth, &problem);
+        return bytes ? bytes : fail(problem);
+    }
     Node root;
     try {
-        root = Writer(format).convert(value, 0);
+        root = XmlWriter().convert(value, 0);
     } catch (const WriteFailure& failure) {
-        setError(error, makeError(writeInvalidError,
-                                  QStringLiteral("Cannot write the property list: %1").arg(failure.reason)));
-        return std::nullopt;
+        return fail(failure.reason);
     }
     char* output = nullptr;
     uint32_t length = 0;
-    if (format == Format::Binary)
-        plist_to_bin(root.get(), &output, &length);
-    else
-        plist_to_xml(root.get(), &output, &length);
-    if (!output) {
-        setError(error, makeError(writeInvalidError, QStringLiteral("Cannot write the property list")));
-        return std::nullopt;
-    }
+    plist_to_xml(root.get(), &output, &length);
+    if (!output)
+        return fail(QStringLiteral("libplist wrote nothing"));
     QByteArray bytes(output, static_cast<qsizetype>(length));
-    if (format == Format::Binary)
-        plist_to_bin_free(output);
-    else
-        plist_to_xml_free(output);
+    plist_to_xml_free(output);
     return bytes;
 }
 
@@ -295,29 +320,31 @@ std::optional<QVariant> read(const QByteArray& bytes, Format* format, Error* err
         return fail(QStringLiteral("no bytes"));
     if (bytes.size() > maximumInputSize)
         return fail(QStringLiteral("%1 bytes is more than a property list may hold").arg(bytes.size()));
-    // The library's parsers trust their input's shape: the binary object graph (cycles, shared
-    // subtrees that expand without bound, depth, non-string keys) and the XML nesting are
-    // checked first.
-    const QString problem = binary ? internal::checkBinaryPlist(bytes, maximumDepth)
-                                   : internal::checkXmlPlistDepth(bytes, maximumDepth);
-    if (!problem.isEmpty())
-        return fail(problem);
-    plist_t parsed = nullptr;
-    if (binary)
-        plist_from_bin(bytes.constData(), static_cast<uint32_t>(bytes.size()), &parsed);
-    else
+    std::optional<QVariant> value;
+    if (binary) {
+        QString problem;
+        value = internal::readBinaryPlist(bytes, maximumDepth, &problem);
+        if (!value)
+            return fail(problem);
+    } else {
+        // libplist's XML parser recurses once per level: the nesting is checked first.
+        const QString problem = internal::checkXmlPlistDepth(bytes, maximumDepth);
+        if (!problem.isEmpty())
+            return fail(problem);
+        plist_t parsed = nullptr;
         plist_from_xml(bytes.constData(), static_cast<uint32_t>(bytes.size()), &parsed);
-    Node root(parsed);
-    if (!root)
-        return fail(binary ? QStringLiteral("malformed binary data") : QStringLiteral("malformed XML"));
-    try {
-        QVariant value = toVariant(root.get(), 0);
-        if (format)
-            *format = binary ? Format::Binary : Format::Xml;
-        return value;
-    } catch (const ReadFailure& failure) {
-        return fail(failure.reason);
+        Node root(parsed);
+        if (!root)
+            return fail(QStringLiteral("malformed XML"));
+        try {
+            value = toVariant(root.get(), 0);
+        } catch (const ReadFailure& failure) {
+            return fail(failure.reason);
+        }
     }
+    if (format)
+        *format = binary ? Format::Binary : Format::Xml;
+    return value;
 }
 
 } // namespace platform::PropertyList

@@ -2,19 +2,27 @@
 
 #include "marlockCompanionCommon/platform/runtime/FatalError.h"
 #include "marlockCompanionCommon/platform/runtime/Identity.h"
+#include "marlockCompanionCommon/platform/runtime/OperationQueue.h"
 #include "marlockCompanionCommon/platform/storage/PropertyList.h"
 #include "marlockCompanionCommon/platform/storage/internal/UserDefaultsStore.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QLocale>
 
+#include <atomic>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 #include <map>
 #include <mutex>
 
 namespace platform {
 namespace {
+
+// How long a write waits in memory before it is saved by itself: long enough that a burst of
+// writes (a slider being dragged) costs one save, short enough that little is lost on a crash.
+constexpr qint64 saveDelayNs = 100'000'000;
 
 // $XDG_CONFIG_HOME, or ~/.config when it is unset or relative (the XDG base directory rules).
 QString configHome() {
@@ -49,6 +57,8 @@ struct UserDefaults::Private {
         , store(std::move(path)) {}
     const QString suiteName;
     internal::UserDefaultsStore store;
+    // A save is queued on the main thread and has not started yet.
+    std::atomic<bool> saveQueued{false};
 };
 
 namespace {
@@ -80,6 +90,11 @@ UserDefaults* UserDefaults::suiteNamed(const QString& suiteName) {
 UserDefaults* UserDefaults::open(const QString& suiteName) {
     const QString path = configHome() + QLatin1Char('/') + suiteName + QStringLiteral(".plist");
     Registry& shared = registry();
+    // Registered once the first suite is open, so it runs before the teardown of what Qt and the
+    // process set up earlier. The application object is usually gone by then; saving needs
+    // nothing of it.
+    static std::once_flag exitSave;
+    std::call_once(exitSave, [] { std::atexit(&UserDefaults::saveEverySuiteAtExit); });
     std::lock_guard guard(shared.mutex);
     std::unique_ptr<UserDefaults>& slot = shared.byPath[path];
     if (!slot)
@@ -176,19 +191,54 @@ QByteArray UserDefaults::dataForKey(const QString& key) const {
 
 void UserDefaults::setObject(const QVariant& value, const QString& key) {
     d->store.setValue(key, value.isValid() ? canonical(value, key) : QVariant());
+    queueSave();
 }
 
 void UserDefaults::setBool(bool value, const QString& key) {
     d->store.setValue(key, value);
+    queueSave();
 }
 void UserDefaults::setInteger(qint64 value, const QString& key) {
     d->store.setValue(key, value);
+    queueSave();
 }
 void UserDefaults::setDouble(double value, const QString& key) {
     d->store.setValue(key, value);
+    queueSave();
 }
 void UserDefaults::removeObjectForKey(const QString& key) {
     d->store.setValue(key, QVariant());
+    queueSave();
+}
+
+// One save is queued at a time: writes made before it starts are all in it, and a write made
+// after it has started queues the next one. Writes on any thread queue it on the main thread,
+// which owns the event loop. Without an application object nothing can be queued, and the save
+// at exit takes the changes.
+void UserDefaults::queueSave() {
+    if (d->saveQueued.exchange(true))
+        return;
+    if (!QCoreApplication::instance()) {
+        d->saveQueued = false;
+        return;
+    }
+    dispatchAfterMain(saveDelayNs, [this] {
+        d->saveQueued = false;
+        savePendingChanges();
+    });
+}
+
+void UserDefaults::saveEverySuiteAtExit() {
+    Registry& shared = registry();
+    std::lock_guard guard(shared.mutex);
+    for (const auto& [path, defaults] : shared.byPath)
+        defaults->savePendingChanges();
+}
+
+void UserDefaults::savePendingChanges() {
+    // A failed save keeps the changes pending: the next write, synchronize() or the exit retries.
+    if (d->store.hasPendingChanges())
+        (void)d->store.synchronize();
 }
 
 void UserDefaults::registerDefaults(const QVariantMap& defaults) {

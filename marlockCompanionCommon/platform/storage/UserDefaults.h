@@ -16,24 +16,34 @@ namespace platform {
 //
 // A suite lives in one binary property-list file, $XDG_CONFIG_HOME/<suite name>.plist
 // (~/.config when XDG_CONFIG_HOME is unset or relative; read when the suite is opened). Values
-// are property-list values (see PropertyList.h). Writes go to memory and reach the file on
-// synchronize(), which also takes in what other processes wrote: under the lock file
-// "<file>.lock" it re-reads the file, lays this process's changed keys (removals included) over
-// it, and replaces the file atomically (fsynced). So two processes writing different keys lose
-// nothing. Reads come from memory too, after one stat of the file: when another process has
-// replaced it since, its content is taken in under this process's pending changes. So a value
-// the other process has synchronized is seen here without calling synchronize().
+// are property-list values (see PropertyList.h).
+//
+// Writes land in memory at once and reach the file by themselves: about 0.1 s later on the main
+// thread's event loop (a burst of writes makes one save), and when the process exits normally
+// (main returns or exit() is called, with or without an event loop). synchronize() saves now,
+// and also takes in what other processes wrote. A save takes the lock on "<file>.lock",
+// re-reads the file, lays this process's changed keys (removals included) over it, and replaces
+// the file atomically (fsynced), so two processes writing different keys lose nothing. The lock
+// is a kernel lock (flock): a writer that dies, however abruptly, releases it, so it never keeps
+// the others waiting; the lock file stays on disk and is harmless. A save cut short by a kill
+// leaves the previous file intact and at most a "<file>.saving" beside it, which the next
+// process to open the suite removes.
+//
+// Reads come from memory too, after one stat of the file: when another process has replaced it
+// since, its content is taken in under this process's pending changes. So a value the other
+// process has saved is seen here without calling synchronize().
 //
 // Registration defaults are kept in memory only and answer for keys that hold no value.
 //
 // An unreadable or corrupt file is logged to the system log, renamed to
 // "<file>.corrupt-<UTC time>" (kept, never overwritten) and treated as empty: never a crash.
 //
-// Instances are shared per settings file and live for the process. Thread-safe.
+// Instances are shared per settings file and live for the process. Thread-safe: writes from any
+// thread are saved by the main thread's event loop (or at exit).
 //
 //   UserDefaults* defaults = UserDefaults::suiteNamed(Identity::applicationGroup());
-//   defaults->setBool(true, "iCloudEnabled");
-//   defaults->synchronize();
+//   defaults->setBool(true, "iCloudEnabled");   // saved shortly, or at exit
+//   defaults->synchronize();                    // or now
 class MCC_EXPORT UserDefaults {
 public:
     // The process's own store, named by the bundle identifier.
@@ -72,11 +82,17 @@ public:
     // for setObject().
     void registerDefaults(const QVariantMap& defaults);
 
-    // Writes this process's changes and reads the other processes'. False when the file could
-    // not be written (the changes stay pending for the next call).
+    // Saves this process's changes now and reads the other processes'. False when the file
+    // could not be written (the changes stay pending for the next save).
     bool synchronize();
 
 private:
+    void queueSave();
+    // Saves when changes are pending; a failure leaves them pending.
+    void savePendingChanges();
+    // Saves what is still pending when the process exits normally (main returns, exit()),
+    // whether or not an event loop ever ran.
+    static void saveEverySuiteAtExit();
     UserDefaults(const QString& suiteName, const QString& filePath);
     static UserDefaults* open(const QString& suiteName);
     struct Private;

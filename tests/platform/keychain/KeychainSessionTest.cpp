@@ -1,13 +1,17 @@
 // The Secret Service backend's failure statuses, each seen from a process of its own: without a
-// session bus, and with the default collection locked (in a private session, so that locking
-// never disturbs the other tests of the run).
+// session bus, and with the default collection locked, then deleted (in a private session, so
+// that neither disturbs the other tests of the run).
 #include "marlockCompanionCommon/platform/keychain/KeychainServices.h"
+#include "marlockCompanionCommon/platform/runtime/SystemLog.h"
 
 #include <QCoreApplication>
 #include <QProcess>
 
 #include <gtest/gtest.h>
 
+#include "tests/support/TestSupport.h"
+
+#include <csignal>
 #include <cstdlib>
 
 using namespace platform;
@@ -15,22 +19,46 @@ namespace Code = platform::KeychainStatusCode;
 
 namespace {
 
-const char* const kLockedChild = "MARLOCK_KEYCHAIN_LOCKED_CHILD";
+const char* const kOwnSessionChild = "MARLOCK_KEYCHAIN_OWN_SESSION_CHILD";
 
 KeychainQuery itemQuery(const char* account) {
     return {KeychainClass::genericPassword, QStringLiteral("locked-test"), QString::fromUtf8(account)};
 }
 
-// Locks the default collection the way a screen locker or the user would.
-bool lockDefaultCollection() {
+// A call made the way another program (a screen locker, the user) would make it; its reply, or
+// nothing when it failed.
+QByteArray busCall(const QString& destination, const QString& path, const QString& method,
+                   const QStringList& arguments = {}) {
     QProcess gdbus;
-    gdbus.start(QStringLiteral("gdbus"),
-                {"call", "--session", "--dest", "org.freedesktop.secrets", "--object-path",
-                 "/org/freedesktop/secrets", "--method", "org.freedesktop.Secret.Service.Lock",
-                 "[objectpath '/org/freedesktop/secrets/aliases/default']"});
-    return gdbus.waitForFinished() && gdbus.exitCode() == 0 &&
-           gdbus.readAllStandardOutput().contains("aliases/default");
+    gdbus.start(QStringLiteral("gdbus"), QStringList{"call", "--session", "--dest", destination,
+                                                     "--object-path", path, "--method", method} +
+                                             arguments);
+    if (!gdbus.waitForFinished() || gdbus.exitCode() != 0)
+        return {};
+    return gdbus.readAllStandardOutput();
 }
+
+QByteArray secretServiceCall(const QString& path, const QString& method, const QStringList& arguments = {}) {
+    return busCall(QStringLiteral("org.freedesktop.secrets"), path, method, arguments);
+}
+
+// The pid of the Secret Service daemon, 0 when there is none.
+pid_t secretServicePid() {
+    const QByteArray reply =
+        busCall("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                "org.freedesktop.DBus.GetConnectionUnixProcessID", {"org.freedesktop.secrets"});
+    return static_cast<pid_t>(
+        QString::fromLatin1(reply).section(QLatin1Char(' '), 1).section(QLatin1Char(','), 0, 0).toInt());
+}
+
+// Stops the daemon that replaced the session's own, when the test ends however it ends.
+struct StopReplacement {
+    pid_t pid = 0;
+    ~StopReplacement() {
+        if (pid > 0)
+            kill(pid, SIGTERM);
+    }
+};
 
 } // namespace
 
@@ -48,18 +76,18 @@ TEST(KeychainSecretServiceDeathTest, WithoutASessionBusTheKeychainIsNotAvailable
         ::testing::ExitedWithCode(0), "");
 }
 
-TEST(KeychainSecretServiceLocked, ALockedCollectionRefusesAccess) {
-    if (qEnvironmentVariable(kLockedChild) != QLatin1String("1")) {
+TEST(KeychainSecretServiceOwnSession, LockedAndMissingCollectionsSayWhatIsWrong) {
+    if (qEnvironmentVariable(kOwnSessionChild) != QLatin1String("1")) {
         // Run this same test again inside a session of its own.
         QProcess child;
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.remove(QStringLiteral("MARLOCK_IN_SESSION"));
-        env.insert(QString::fromLatin1(kLockedChild), QStringLiteral("1"));
+        env.insert(QString::fromLatin1(kOwnSessionChild), QStringLiteral("1"));
         child.setProcessEnvironment(env);
         child.setProcessChannelMode(QProcess::MergedChannels);
         child.start(QStringLiteral(MARLOCK_SOURCE_DIR "/scripts/with-session"),
                     {QCoreApplication::applicationFilePath(),
-                     QStringLiteral("--gtest_filter=KeychainSecretServiceLocked.*")});
+                     QStringLiteral("--gtest_filter=KeychainSecretServiceOwnSession.*")});
         ASSERT_TRUE(child.waitForFinished(120000));
         const QString output = QString::fromUtf8(child.readAll());
         EXPECT_EQ(child.exitCode(), 0) << output.toStdString();
@@ -68,8 +96,12 @@ TEST(KeychainSecretServiceLocked, ALockedCollectionRefusesAccess) {
     }
 
     KeychainServices keychain(makeSecretServiceKeychainBackend());
+    QStringList log;
+    SystemLogCapture capture([&](const QString& line) { log << line; });
     ASSERT_EQ(keychain.itemAdd(itemQuery("a"), {"secret", std::nullopt, std::nullopt}), Code::success);
-    ASSERT_TRUE(lockDefaultCollection());
+    ASSERT_TRUE(secretServiceCall("/org/freedesktop/secrets", "org.freedesktop.Secret.Service.Lock",
+                                  {"[objectpath '/org/freedesktop/secrets/aliases/default']"})
+                    .contains("aliases/default"));
 
     // Libsecret's simple lookup would call this a missing item; the keychain says "locked".
     QByteArray data;
@@ -77,4 +109,41 @@ TEST(KeychainSecretServiceLocked, ALockedCollectionRefusesAccess) {
     EXPECT_EQ(keychain.itemUpdate(itemQuery("a"), {"new", std::nullopt, std::nullopt}), Code::authFailed);
     EXPECT_EQ(keychain.itemDelete(itemQuery("a")), Code::authFailed);
     EXPECT_EQ(keychain.itemAdd(itemQuery("b"), {"other", std::nullopt, std::nullopt}), Code::authFailed);
+
+    // Without a default collection there is nowhere to store: that is what the status says, not
+    // "an internal component failed". The service's own words are logged, once for a repeat.
+    ASSERT_FALSE(secretServiceCall("/org/freedesktop/secrets/collection/login",
+                                   "org.freedesktop.Secret.Collection.Delete")
+                     .isEmpty());
+    log.clear();
+    EXPECT_EQ(keychain.itemAdd(itemQuery("c"), {"secret", std::nullopt, std::nullopt}),
+              Code::noDefaultKeychain);
+    EXPECT_EQ(keychain.itemAdd(itemQuery("d"), {"secret", std::nullopt, std::nullopt}),
+              Code::noDefaultKeychain);
+    ASSERT_EQ(log.size(), 1) << log.join('\n').toStdString();
+    EXPECT_TRUE(log.front().startsWith("Secret Service CreateItem failed (keychain status -25307): "))
+        << log.front().toStdString();
+    EXPECT_EQ(keychain.copyMatchingData(itemQuery("a"), &data), Code::itemNotFound);
+
+    // A daemon that restarts knows nothing of the session the backend keeps open: the backend
+    // opens a new one rather than failing from then on. (The replacement creates a new default
+    // collection, the old one being gone.)
+    const pid_t original = secretServicePid();
+    ASSERT_GT(original, 0);
+    StopReplacement replacement;
+    ASSERT_EQ(QProcess::execute("sh", {"-c", "printf replacement | gnome-keyring-daemon --replace --unlock "
+                                             "--components=secrets >/dev/null 2>&1"}),
+              0);
+    ASSERT_TRUE(testsupport::waitUntil(
+        [&] {
+            replacement.pid = secretServicePid();
+            return replacement.pid > 0 && replacement.pid != original &&
+                   secretServiceCall("/org/freedesktop/secrets", "org.freedesktop.Secret.Service.ReadAlias",
+                                     {"default"})
+                       .contains("/collection/");
+        },
+        std::chrono::seconds(60)));
+    EXPECT_EQ(keychain.itemAdd(itemQuery("e"), {"after restart", std::nullopt, std::nullopt}), Code::success);
+    EXPECT_EQ(keychain.copyMatchingData(itemQuery("e"), &data), Code::success);
+    EXPECT_EQ(data, "after restart");
 }

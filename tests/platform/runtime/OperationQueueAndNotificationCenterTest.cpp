@@ -1,11 +1,16 @@
 #include "marlockCompanionCommon/platform/runtime/NotificationCenter.h"
 #include "marlockCompanionCommon/platform/runtime/OperationQueue.h"
+#include "marlockCompanionCommon/platform/runtime/internal/TimerWait.h"
 
 #include "tests/support/TestSupport.h"
+
+#include <QDeadlineTimer>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <limits>
+#include <memory>
 #include <mutex>
 #include <numeric>
 #include <thread>
@@ -165,6 +170,39 @@ TEST(OperationQueueTest, SerialQueueRunsItemsInOrderOffTheMainThread) {
     EXPECT_FALSE(queue.isMainQueue());
 }
 
+// Registrations keep queues they do not own through a weak reference, which must stop handing
+// items over once the queue is being destroyed instead of reaching freed memory (ASan).
+TEST(OperationQueueTest, WeakReferenceHandsItemsOverOnlyWhileTheQueueLives) {
+    auto ran = std::make_shared<std::atomic<int>>(0);
+    auto queue = std::make_unique<OperationQueue>(1);
+    const WeakOperationQueue weak(queue.get());
+    NotificationCenter center;
+    auto token = center.addObserver("A", nullptr, queue.get(), [ran](const Notification&) { ++*ran; });
+    EXPECT_TRUE(weak.addOperation([ran] { ++*ran; }));
+    center.post("A");
+    queue->waitUntilAllOperationsAreFinished();
+    EXPECT_EQ(*ran, 2);
+
+    // Another thread keeps adding while this one destroys the queue: whatever got in has run
+    // when the destructor returns, and nothing gets in afterwards.
+    std::atomic<int> accepted = 0;
+    std::thread adder([&] {
+        while (weak.addOperation([ran] { ++*ran; }))
+            ++accepted;
+    });
+    while (accepted < 100)
+        std::this_thread::yield();
+    queue.reset();
+    const int ranWhenDestroyed = *ran;
+    adder.join();
+    EXPECT_EQ(ranWhenDestroyed, 2 + accepted);
+    EXPECT_FALSE(weak.addOperation([ran] { ++*ran; }));
+    center.post("A");
+    EXPECT_EQ(*ran, ranWhenDestroyed);
+    EXPECT_FALSE(WeakOperationQueue().addOperation([] {}));
+    center.removeObserver(token);
+}
+
 TEST(OperationQueueTest, MainQueueRunsLaterOnTheMainThreadInOrder) {
     std::vector<int> order;
     OperationQueue::mainQueue()->addOperation([&] { order.push_back(1); });
@@ -185,16 +223,42 @@ TEST(OperationQueueTest, MainQueueRunsLaterOnTheMainThreadInOrder) {
     EXPECT_TRUE(onMain);
 }
 
-TEST(OperationQueueTest, DispatchAfterRunsByDeadlineOrderAndNeverSynchronously) {
-    std::vector<int> order;
-    dispatchAfterMain(40'000'000, [&] { order.push_back(40); });
-    dispatchAfterMain(0, [&] { order.push_back(0); });
-    dispatchAfterMain(-1'000'000'000, [&] { order.push_back(-1); });
-    dispatchAfterMain(10'000'000, [&] { order.push_back(10); });
-    EXPECT_TRUE(order.empty());
-    ASSERT_TRUE(waitUntil([&] { return order.size() == 4; }));
-    // Past and zero deadlines run at the next pass, in the order they were added.
-    EXPECT_EQ(order, (std::vector<int>{0, -1, 10, 40}));
+// Deadline order and never running synchronously: timing/DelayTests.cpp, through delay().
+TEST(OperationQueueTest, DispatchAfterWaitsOutDelaysLongerThanOneTimerTakes) {
+    constexpr qint64 day = 86'400'000'000'000;
+    const qint64 cap = internal::maximumTimerWaitMs;
+    const struct {
+        qint64 leftNs, capMs, waitMs;
+    } cases[] = {{1, cap, 1},
+                 {1'000'000, cap, 1},
+                 {1'000'001, cap, 2},                                     // never early
+                 {30 * day, cap, cap},                                    // once narrowed below zero
+                 {(qint64(1) << 32) * 1'000'000 + 100'000'000, cap, cap}, // once narrowed to 100 ms
+                 {std::numeric_limits<qint64>::max(), cap, cap},
+                 {40'000'000, 3, 3}};
+    for (const auto& c : cases)
+        EXPECT_EQ(internal::timerWaitMs(c.leftNs, c.capMs), c.waitMs) << c.leftNs << " capped at " << c.capMs;
+
+    // Waits of 3 ms at most add up to the delay: the work neither runs after the first nor never.
+    const QDeadlineTimer delay(40, Qt::PreciseTimer);
+    bool ranAfterTheDelay = false, ran = false;
+    internal::dispatchAfterMain(
+        40'000'000,
+        [&] {
+            ranAfterTheDelay = delay.hasExpired();
+            ran = true;
+        },
+        3);
+    ASSERT_TRUE(waitUntil([&] { return ran; }));
+    EXPECT_TRUE(ranAfterTheDelay);
+
+    // What a narrowed wait made of 2^32 ms + 100 ms: it must not overtake a 300 ms one.
+    auto longOneRan = std::make_shared<bool>(false);
+    bool shortOneRan = false;
+    dispatchAfterMain((qint64(1) << 32) * 1'000'000 + 100'000'000, [longOneRan] { *longOneRan = true; });
+    dispatchAfterMain(300'000'000, [&] { shortOneRan = true; });
+    ASSERT_TRUE(waitUntil([&] { return shortOneRan; }));
+    EXPECT_FALSE(*longOneRan);
 }
 
 TEST(OperationQueueDeathTest, WaitingOnTheMainQueueIsAProgrammingError) {

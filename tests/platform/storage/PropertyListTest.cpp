@@ -129,31 +129,44 @@ TEST(PropertyList, WritesOtherIntegerTypesAsIntegersAndUidsOnlyInBinary) {
     EXPECT_EQ(error.code, plist::writeInvalidError);
 }
 
-TEST(PropertyList, RefusesToWriteWhatAPropertyListCannotHold) {
+TEST(PropertyList, RefusesToWriteWhatAFormatCannotHold) {
     QVariant deep = QVariantList{};
     for (int i = 0; i < 300; ++i)
         deep = QVariantList{deep};
-    const QList<std::pair<const char*, QVariant>> cases{
-        {"invalid variant", QVariant()},
-        {"point", QPoint(1, 2)},
-        {"nested point", QVariantMap{{"p", QPoint(1, 2)}}},
-        {"unsigned above the signed range", QVariant::fromValue(std::numeric_limits<quint64>::max())},
-        {"string with NUL", QString(QChar(0))},
-        {"key with NUL", QVariantMap{{QString(QChar(0)), 1}}},
-        {"invalid date", QDateTime()},
-        {"date beyond 32-bit seconds", utc(2100, 1, 1, 0, 0, 0)},
-        {"nesting of 300 levels", deep},
+    const QString nul(QChar(0));
+    const struct {
+        const char* what;
+        QVariant value;
+        bool inBinary, inXml; // whether the format can hold it
+        bool hasForm;         // whether its types alone are property-list types
+    } cases[] = {
+        {"invalid variant", QVariant(), false, false, false},
+        {"point", QPoint(1, 2), false, false, false},
+        {"nested point", QVariantMap{{"p", QPoint(1, 2)}}, false, false, false},
+        {"invalid date", QDateTime(), false, false, false},
+        {"nesting of 300 levels", deep, false, false, true},
+        {"date after year 9999", utc(9999, 12, 31, 23, 59, 59, 999).addMSecs(1), false, false, true},
+        {"unsigned above the signed range", QVariant::fromValue(std::numeric_limits<quint64>::max()), true,
+         false, true},
+        {"string with NUL", nul, true, false, true},
+        {"key with NUL", QVariantMap{{nul, 1}}, true, false, true},
+        {"date beyond 32-bit seconds", utc(2100, 1, 1, 0, 0, 0), true, false, true},
     };
-    for (const auto& [what, value] : cases) {
-        for (plist::Format format : {plist::Format::Binary, plist::Format::Xml}) {
-            SCOPED_TRACE(what);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(plist::isPropertyListValue(c.value), c.hasForm);
+        for (const auto& [format, holds] :
+             {std::pair{plist::Format::Binary, c.inBinary}, {plist::Format::Xml, c.inXml}}) {
             Error error;
-            EXPECT_FALSE(plist::write(value, format, &error).has_value());
-            EXPECT_EQ(error.domain, plist::errorDomain);
-            EXPECT_EQ(error.code, plist::writeInvalidError);
-            EXPECT_FALSE(error.description().isEmpty());
+            EXPECT_EQ(plist::write(c.value, format, &error).has_value(), holds) << int(format);
+            if (!holds) {
+                EXPECT_EQ(error.domain, plist::errorDomain);
+                EXPECT_EQ(error.code, plist::writeInvalidError);
+                EXPECT_FALSE(error.description().isEmpty());
+            }
         }
     }
+    EXPECT_FALSE(plist::isPropertyListValue(QVariant::fromValue(plist::Uid{1}), plist::Format::Xml));
 }
 
 TEST(PropertyList, RejectsMalformedInputWithAnError) {
@@ -181,8 +194,12 @@ TEST(PropertyList, RejectsHostileObjectGraphs) {
     absurd.replace(absurd.size() - 8, 8, QByteArray("\x7f\xff\xff\xff\xff\xff\xff\xff", 8));
     const QList<std::pair<const char*, QByteArray>> hostile{
         {"integer key", bplist({dict, one, one})},
-        {"ASCII key with NUL", bplist({dict, QByteArray("\x53\x61\x00\x62", 4), one})},
-        {"UTF-16 key with NUL", bplist({dict, QByteArray("\x61\x00\x00", 3), one})},
+        {"null object", bplist({QByteArray(1, '\0')})},
+        {"byte above 0x7F in an ASCII string", bplist({QByteArray("\x51\xe9", 2)})},
+        {"string running past the data", bplist({QByteArray("\x5f\x10\x7f", 3) + "ab"})},
+        {"integer beyond 64 bits", bplist({"\x14" + QByteArray(7, '\0') + "\x01" + QByteArray(8, '\0')})},
+        {"NaN date", bplist({QByteArray("\x33\x7f\xf8\0\0\0\0\0\0", 9)})},
+        {"infinite date", bplist({QByteArray("\x33\xff\xf0\0\0\0\0\0\0", 9)})},
         {"self-containing array", bplist({QByteArray("\xa1\x00", 2)})},
         {"dangling reference", bplist({QByteArray("\xa1\x05", 2)})},
         {"exponential sharing", bplist(doubling << one)},
@@ -198,6 +215,10 @@ TEST(PropertyList, RejectsHostileObjectGraphs) {
 
     EXPECT_EQ(plist::read(bplist({dict, QByteArray("\x61\x00\xe9", 3), one})),
               QVariant(QVariantMap{{QStringLiteral("é"), qint64(1)}}));
+    const QString nulKey = QStringLiteral("a") + QChar(0) + QStringLiteral("b");
+    EXPECT_EQ(plist::read(bplist({dict, QByteArray("\x53\x61\x00\x62", 4), one})),
+              QVariant(QVariantMap{{nulKey, qint64(1)}}))
+        << "keys with NUL are keys like any other";
     QList<QByteArray> chain;
     for (int i = 0; i < 250; ++i)
         chain << QByteArray("\xa1", 1) + char(i + 1);
@@ -250,6 +271,41 @@ print('ok' if got == want and len(got) == %1 else repr((got, want)))
             }
         expectSameValues(map, expected);
     }
+}
+
+// What libplist lost: strings with NUL or a leading U+FEFF, integers above 2^63 - 1, dates
+// beyond 32-bit seconds. Binary keeps them all, each way between us and plistlib; XML keeps
+// the U+FEFF.
+TEST(PropertyList, BinaryKeepsEveryStringIntegerAndDateExactlyLikePlistlib) {
+    const QVariantMap values{
+        {"nul", QStringLiteral("a") + QChar(0) + QStringLiteral("b")},
+        {"wideNul", QStringLiteral("é") + QChar(0) + QStringLiteral("中")},
+        {"bom", QStringLiteral("\uFEFFabc")},
+        {QStringLiteral("key") + QChar(0), true},
+        {"unsigned", QVariant::fromValue(std::numeric_limits<quint64>::max())},
+        {"ancient", utc(1, 1, 1, 0, 0, 0, 500)},
+        {"future", utc(9999, 12, 31, 23, 59, 59, 500)},
+    };
+    const QString python = QStringLiteral(R"(
+values = {'nul': 'a\x00b', 'wideNul': '\xe9\x00\u4e2d', 'bom': '\ufeffabc', 'key\x00': True,
+          'unsigned': (1 << 64) - 1, 'ancient': datetime.datetime(1, 1, 1, 0, 0, 0, 500000),
+          'future': datetime.datetime(9999, 12, 31, 23, 59, 59, 500000)}
+)");
+    const QByteArray ours = plist::write(values, plist::Format::Binary).value();
+    expectSameValues(plist::read(ours)->toMap(), values);
+    const PythonResult check = runPython(
+        python + "got = plistlib.loads(sys.stdin.buffer.read())\nprint('ok' if got == values else repr(got))",
+        ours);
+    EXPECT_EQ(check.output.trimmed(), "ok") << check.output.constData() << check.errors.constData();
+
+    const PythonResult made =
+        runPython(python + "sys.stdout.buffer.write(plistlib.dumps(values, fmt=plistlib.FMT_BINARY))");
+    ASSERT_EQ(made.exitCode, 0) << made.errors.constData();
+    expectSameValues(plist::read(made.output)->toMap(), values);
+
+    const PythonResult xml = runPython(python + "sys.stdout.buffer.write(plistlib.dumps([values['bom']]))");
+    ASSERT_EQ(xml.exitCode, 0) << xml.errors.constData();
+    EXPECT_EQ(plist::read(xml.output), QVariant(QVariantList{QStringLiteral("\uFEFFabc")}));
 }
 
 TEST(PropertyList, ReadsAndWritesKeyedArchiveUidsLikePlistlib) {

@@ -5,6 +5,7 @@
 #include "marlockCompanionCommon/platform/runtime/Identity.h"
 #include "marlockCompanionCommon/platform/runtime/SystemLog.h"
 #include "marlockCompanionCommon/platform/storage/PropertyList.h"
+#include "marlockCompanionCommon/platform/storage/internal/FileLock.h"
 #include "marlockCompanionCommon/platform/storage/internal/UserDefaultsStore.h"
 #include "tests/platform/storage/QVariantPrinter.h"
 #include "tests/support/TestSupport.h"
@@ -15,18 +16,22 @@
 #include <QPoint>
 #include <QProcess>
 #include <QSaveFile>
+#include <QThread>
 #include <QTimeZone>
 
 #include <gtest/gtest.h>
 
 #include <limits>
 #include <memory>
+#include <random>
 #include <thread>
 
 #include <unistd.h>
 
 using platform::UserDefaults;
+using platform::internal::FileLock;
 using platform::internal::UserDefaultsStore;
+using testsupport::waitUntil;
 
 namespace {
 
@@ -86,6 +91,11 @@ HelperRun finishHelper(QProcess& process) {
     process.waitForFinished(120000);
     return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
             process.readAllStandardOutput()};
+}
+
+// Waits for the next line the helper prints.
+QByteArray lineFrom(QProcess& process) {
+    return waitUntil([&] { return process.canReadLine(); }) ? process.readLine().trimmed() : QByteArray();
 }
 
 HelperRun runHelper(const QStringList& arguments) {
@@ -352,31 +362,27 @@ TEST_F(UserDefaultsTest, AFileBrokenByAnotherWriterIsMovedAsideWithoutLosingPend
 }
 
 TEST_F(UserDefaultsTest, UnreadableFilesAreMovedAsideAndReadAsEmpty) {
-    // A folder where the file should be cannot be read by anyone, root included.
-    UserDefaults* suite = UserDefaults::suiteNamed(suiteName);
-    ASSERT_TRUE(QDir().mkpath(suite->filePath()));
-    LogLines log;
-    EXPECT_FALSE(suite->objectForKey("a").isValid());
-    EXPECT_EQ(log.lines.size(), 1);
-    const QStringList aside = movedAside(suite->filePath());
-    ASSERT_EQ(aside.size(), 1);
-    EXPECT_TRUE(QFileInfo(aside[0]).isDir());
-    suite->setInteger(5, "a");
-    EXPECT_TRUE(suite->synchronize());
-    EXPECT_EQ(UserDefaultsStore(suite->filePath()).value("a"), QVariant(qint64(5)));
-}
-
-TEST_F(UserDefaultsTest, FilesWithoutReadPermissionAreMovedAside) {
-    if (geteuid() == 0)
-        GTEST_SKIP() << "root reads files whatever their permissions";
-    UserDefaults* suite = UserDefaults::suiteNamed(suiteName);
-    writeRaw(suite->filePath(),
-             *platform::PropertyList::write(QVariantMap{{"a", 1}}, platform::PropertyList::Format::Binary));
-    ASSERT_TRUE(QFile::setPermissions(suite->filePath(), QFileDevice::WriteOwner));
-    LogLines log;
-    EXPECT_FALSE(suite->objectForKey("a").isValid());
-    EXPECT_EQ(log.lines.size(), 1);
-    EXPECT_EQ(movedAside(suite->filePath()).size(), 1);
+    // A folder where the file should be cannot be read by anyone; a file without read
+    // permission by anyone but root.
+    for (const bool folder : {true, false}) {
+        if (!folder && geteuid() == 0)
+            continue;
+        UserDefaults* suite = UserDefaults::suiteNamed(suiteName + (folder ? ".folder" : ".unreadable"));
+        if (folder) {
+            ASSERT_TRUE(QDir().mkpath(suite->filePath()));
+        } else {
+            writeRaw(suite->filePath(), *platform::PropertyList::write(
+                                            QVariantMap{{"a", 1}}, platform::PropertyList::Format::Binary));
+            ASSERT_TRUE(QFile::setPermissions(suite->filePath(), QFileDevice::WriteOwner));
+        }
+        LogLines log;
+        EXPECT_FALSE(suite->objectForKey("a").isValid());
+        EXPECT_EQ(log.lines.size(), 1);
+        ASSERT_EQ(movedAside(suite->filePath()).size(), 1);
+        suite->setInteger(5, "a");
+        EXPECT_TRUE(suite->synchronize());
+        EXPECT_EQ(UserDefaultsStore(suite->filePath()).value("a"), QVariant(qint64(5)));
+    }
 }
 
 TEST_F(UserDefaultsTest, AnotherProcessSeesSynchronizedWritesAndThisOneSeesItsWithoutSynchronizing) {
@@ -424,5 +430,91 @@ TEST_F(UserDefaultsTest, ProcessesWritingDifferentKeysConcurrentlyLoseNothing) {
                       QVariant(qint64(i)))
                 << prefix << i;
     EXPECT_EQ(suite->integerForKey(QStringLiteral("second%1").arg(count - 1)), count - 1);
-    EXPECT_FALSE(QFile::exists(suite->filePath() + ".lock"));
+}
+
+TEST_F(UserDefaultsTest, AnotherProcessSavesWhatItLeftUnsavedSoonAfterAndWhenItEnds) {
+    for (const QString how : {"loop", "return", "exit"}) {
+        SCOPED_TRACE(qPrintable(how));
+        const QString path = UserDefaults::suiteNamed(suiteName + "." + how)->filePath();
+        auto helper = startHelper({"leave", suiteName + "." + how, "key", how, how});
+        if (how == "loop") {
+            ASSERT_EQ(lineFrom(*helper), "stored");
+            // Stored by another thread, saved by the event loop of a process that goes on running.
+            EXPECT_TRUE(waitUntil([&] { return readFile(path).toMap().value("key") == how; }));
+            helper->closeWriteChannel();
+        }
+        EXPECT_EQ(finishHelper(*helper).exitCode, 0);
+        EXPECT_EQ(readFile(path), QVariant(QVariantMap{{"key", how}}));
+    }
+}
+
+TEST_F(UserDefaultsTest, NeitherALeftoverLockFileNorAKilledHolderKeepsOthersWaiting) {
+    UserDefaults* suite = UserDefaults::suiteNamed(suiteName);
+    const QString lockPath = suite->filePath() + ".lock";
+    // The empty lock file of a writer killed just after creating it.
+    writeRaw(lockPath, QByteArray());
+    suite->setObject("despite", "aLockFile");
+    EXPECT_TRUE(suite->synchronize());
+
+    auto holder = startHelper({"hold", suiteName});
+    ASSERT_EQ(lineFrom(*holder), "locked");
+    EXPECT_FALSE(FileLock(lockPath).tryLock()) << "the other process holds it";
+    holder->kill();
+    finishHelper(*holder);
+    EXPECT_TRUE(FileLock(lockPath).tryLock()) << "released as its holder died";
+    suite->setObject("after", "aKill");
+    EXPECT_TRUE(suite->synchronize());
+    EXPECT_EQ(readFile(suite->filePath()),
+              QVariant(QVariantMap{{"aLockFile", "despite"}, {"aKill", "after"}}));
+}
+
+TEST_F(UserDefaultsTest, OpeningRemovesASaveLeftByAKilledWriterOnlyWhenNobodyIsSaving) {
+    const QString path = UserDefaults::suiteNamed(suiteName)->filePath();
+    writeRaw(path, *platform::PropertyList::write(QVariantMap{{"kept", true}},
+                                                  platform::PropertyList::Format::Binary));
+    writeRaw(path + ".saving", "half a property list");
+    writeRaw(path + ".backup", "the user's");
+    {
+        FileLock writer(path + ".lock");
+        ASSERT_TRUE(writer.tryLock());
+        UserDefaultsStore opened(path);
+        EXPECT_TRUE(QFile::exists(path + ".saving")) << "it may be the save of the lock's holder";
+    }
+    LogLines log;
+    UserDefaultsStore opened(path);
+    EXPECT_FALSE(QFile::exists(path + ".saving"));
+    EXPECT_EQ(log.lines.size(), 1);
+    EXPECT_EQ(contentOf(path + ".backup"), "the user's");
+    EXPECT_EQ(opened.value("kept"), QVariant(true));
+}
+
+TEST_F(UserDefaultsTest, WritersKilledAtRandomMomentsLoseNoAcknowledgedWriteAndBlockNobody) {
+    const QString path = UserDefaults::suiteNamed(suiteName)->filePath();
+    std::mt19937 random(20240229);
+    QVariantMap acknowledged;
+    int savesCutShort = 0;
+    for (int trial = 0; trial < 30; ++trial) {
+        const QString prefix = QStringLiteral("t%1-").arg(trial);
+        auto writer = startHelper({"write", suiteName, prefix, "100000"});
+        QByteArrayList lines;
+        for (int wanted = int(random() % 6); lines.size() <= wanted;)
+            lines << lineFrom(*writer);
+        ASSERT_FALSE(lines.last().isEmpty()) << "the writer acknowledged nothing";
+        QThread::usleep(random() % 3000);
+        writer->kill();
+        writer->waitForFinished();
+        lines += writer->readAllStandardOutput().split('\n');
+        for (const QByteArray& line : lines)
+            if (!line.isEmpty())
+                acknowledged.insert(prefix + line, line.toLongLong());
+
+        const QVariantMap stored = readFile(path).toMap();
+        for (auto it = acknowledged.begin(); it != acknowledged.end(); ++it)
+            ASSERT_EQ(stored.value(it.key()), it.value()) << qPrintable(it.key());
+        EXPECT_TRUE(FileLock(path + ".lock").tryLock());
+        savesCutShort += QFile::exists(path + ".saving");
+        UserDefaultsStore opened(path);
+        EXPECT_FALSE(QFile::exists(path + ".saving"));
+    }
+    std::printf("saves cut short by the kill: %d of 30\n", savesCutShort);
 }

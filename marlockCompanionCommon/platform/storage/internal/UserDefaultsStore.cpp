@@ -2,15 +2,15 @@
 
 #include "marlockCompanionCommon/platform/runtime/SystemLog.h"
 #include "marlockCompanionCommon/platform/storage/PropertyList.h"
+#include "marlockCompanionCommon/platform/storage/internal/FileLock.h"
 
 #include <QDateTime>
-#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QLockFile>
-#include <QSaveFile>
-#include <QThread>
+
+#include <cerrno>
+#include <cstring>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -23,16 +23,8 @@ namespace {
 // busy disk lets many writers through in this time.
 constexpr int lockTimeoutMs = 20000;
 
-// QLockFile's own waiting backs off to seconds between attempts, so writers that keep taking
-// the lock could starve this one. Short fixed pauses keep the waiting fair.
-bool acquire(QLockFile& lock) {
-    const QDeadlineTimer deadline(lockTimeoutMs);
-    while (!lock.tryLock(0)) {
-        if (lock.error() != QLockFile::LockFailedError || deadline.hasExpired())
-            return false;
-        QThread::msleep(2);
-    }
-    return true;
+QString lastSystemError() {
+    return QString::fromLocal8Bit(std::strerror(errno));
 }
 
 // Makes the rename that replaced the file durable too.
@@ -44,10 +36,66 @@ void syncFolder(const QString& folder) {
     }
 }
 
+// Writes `bytes` to `temporary`, flushes them to disk and renames the result over `path`, so a
+// reader sees the old file or the new one, never a part. The temporary file keeps the mode of
+// the file it replaces. Only called with the lock held: the one temporary name is then never
+// shared, and one left by a killed writer is simply overwritten.
+bool replaceFile(const QString& path, const QString& temporary, const QByteArray& bytes, QString* problem) {
+    const QByteArray target = QFile::encodeName(path);
+    const QByteArray staging = QFile::encodeName(temporary);
+    const int fd = ::open(staging.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0) {
+        *problem = lastSystemError();
+        return false;
+    }
+    bool written = true;
+    struct stat existing {};
+    if (::stat(target.constData(), &existing) == 0)
+        written = ::fchmod(fd, existing.st_mode & 07777) == 0;
+    for (qsizetype done = 0; written && done < bytes.size();) {
+        const ssize_t n = ::write(fd, bytes.constData() + done, size_t(bytes.size() - done));
+        if (n < 0 && errno == EINTR)
+            continue;
+        written = n > 0;
+        done += n;
+    }
+    // The bytes must be on disk before the rename makes them the file.
+    written = written && ::fsync(fd) == 0;
+    if (!written)
+        *problem = lastSystemError();
+    if (::close(fd) != 0 && written) {
+        *problem = lastSystemError();
+        written = false;
+    }
+    if (written && ::rename(staging.constData(), target.constData()) != 0) {
+        *problem = lastSystemError();
+        written = false;
+    }
+    if (!written)
+        ::unlink(staging.constData());
+    return written;
+}
+
 } // namespace
 
 UserDefaultsStore::UserDefaultsStore(QString filePath)
-    : path_(std::move(filePath)) {}
+    : path_(std::move(filePath)) {
+    clearInterruptedSave();
+}
+
+// A writer killed between creating its temporary file and renaming it leaves the file behind.
+// Writers touch it only with the lock held, so one seen while holding the lock is nobody's; while
+// someone else holds the lock it may be theirs, and is left (the next writer reuses it anyway).
+// Nothing is created when there is nothing to clear.
+void UserDefaultsStore::clearInterruptedSave() {
+    if (!QFileInfo::exists(savingPath()))
+        return;
+    FileLock lock(lockPath());
+    if (!lock.tryLock() || !QFileInfo::exists(savingPath()))
+        return;
+    if (QFile::remove(savingPath()))
+        systemLog(QStringLiteral("User defaults: removed %1, left by an interrupted save").arg(savingPath()));
+}
 
 UserDefaultsStore::FileStamp UserDefaultsStore::stamp() const {
     struct stat info {};
@@ -139,8 +187,8 @@ void UserDefaultsStore::refresh() {
     }
     // Moving a broken file aside needs the lock: without it, a good file another process has
     // just written could be taken for the broken one.
-    QLockFile lock(lockPath());
-    if (!acquire(lock)) {
+    FileLock lock(lockPath());
+    if (!lock.lock(lockTimeoutMs)) {
         systemLog(QStringLiteral("User defaults: cannot read %1 (%2); using no values").arg(path_, problem));
         adopt({}, current);
         return;
@@ -171,6 +219,11 @@ void UserDefaultsStore::setValue(const QString& key, const QVariant& value) {
     pending_.insert(key);
 }
 
+bool UserDefaultsStore::hasPendingChanges() {
+    std::lock_guard guard(mutex_);
+    return !pending_.isEmpty();
+}
+
 void UserDefaultsStore::registerDefaults(const QVariantMap& defaults) {
     std::lock_guard guard(mutex_);
     for (auto it = defaults.begin(); it != defaults.end(); ++it)
@@ -184,9 +237,9 @@ bool UserDefaultsStore::synchronize() {
         systemLog(QStringLiteral("User defaults: cannot create the folder %1").arg(folder));
         return false;
     }
-    QLockFile lock(lockPath());
-    if (!acquire(lock)) {
-        systemLog(QStringLiteral("User defaults: cannot lock %1").arg(lockPath()));
+    FileLock lock(lockPath());
+    if (!lock.lock(lockTimeoutMs)) {
+        systemLog(QStringLiteral("User defaults: cannot lock %1 (%2)").arg(lockPath(), lock.errorString()));
         return false;
     }
     const Loaded loaded = loadUnderLock();
@@ -203,11 +256,9 @@ bool UserDefaultsStore::synchronize() {
         systemLog(QStringLiteral("User defaults: cannot encode %1 (%2)").arg(path_, error.description()));
         return false;
     }
-    QSaveFile file(path_);
-    // The new file's bytes must be on disk before the rename makes it the file.
-    if (!file.open(QIODevice::WriteOnly) || file.write(*bytes) != bytes->size() || !file.flush() ||
-        ::fsync(file.handle()) != 0 || !file.commit()) {
-        systemLog(QStringLiteral("User defaults: cannot write %1 (%2)").arg(path_, file.errorString()));
+    QString problem;
+    if (!replaceFile(path_, savingPath(), *bytes, &problem)) {
+        systemLog(QStringLiteral("User defaults: cannot write %1 (%2)").arg(path_, problem));
         // The stamp must not match, so that the next read takes the file in again.
         loadedStamp_.reset();
         return false;

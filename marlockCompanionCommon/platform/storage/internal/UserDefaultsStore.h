@@ -16,10 +16,11 @@ namespace platform::internal {
 //
 // Reads answer from memory, but first notice (one stat) whether another process has replaced
 // the file since it was last read, and take the new content in under this process's pending
-// changes. synchronize() takes the lock file "<file>.lock", re-reads the file, lays the pending
-// changes (removals included) over it and replaces it atomically (QSaveFile, fsync of the file
-// and its folder). A file that cannot be read or parsed is logged and renamed to
-// "<file>.corrupt-<UTC time>" (never overwritten), and counts as empty.
+// changes. synchronize() takes the kernel lock on "<file>.lock" (see FileLock), re-reads the file,
+// lays the pending changes (removals included) over it and replaces it atomically: written to
+// "<file>.saving", fsynced, renamed over the file, folder fsynced. A "<file>.saving" left by a
+// killed writer is removed when a store opens the file. A file that cannot be read or parsed is
+// logged and renamed to "<file>.corrupt-<UTC time>" (never overwritten), and counts as empty.
 //
 // Several stores may serve one file, in one process or in many. Thread-safe. Values must
 // already be in property-list form (see PropertyList.h); the caller checks them.
@@ -36,6 +37,8 @@ public:
     // Stores `value` in memory until the next synchronize(); an invalid QVariant removes the key.
     void setValue(const QString& key, const QVariant& value);
     void registerDefaults(const QVariantMap& defaults);
+    // Whether changes wait for synchronize().
+    bool hasPendingChanges();
 
     // Writes the pending changes and takes in the file's content. False when the file could not
     // be locked or written; the changes then stay pending.
@@ -62,7 +65,9 @@ private:
     Loaded loadUnderLock();
     void refresh();
     void adopt(const QVariantMap& fileValues, const FileStamp& stamp);
+    void clearInterruptedSave();
     QString lockPath() const { return path_ + QStringLiteral(".lock"); }
+    QString savingPath() const { return path_ + QStringLiteral(".saving"); }
 
     const QString path_;
     std::mutex mutex_;
