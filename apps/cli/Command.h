@@ -25,6 +25,7 @@ Command renameCommand();
 Command moveCommand();
 Command removeCommand();
 Command preferencesCommand();
+Command syncCommand();
 Command aboutCommand();
 
 class QTextStream;

@@ -2,7 +2,10 @@
 
 #include "Console.h"
 
+#include "common/TokenSync.h"
+
 #include "marlockCommon/KeyURI.h"
+#include "marlockCompanionCommon/sync/iCloudManager.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -19,6 +22,14 @@ std::unique_ptr<TokenStore> open(const QString& command) {
         console::fail(command, error.description());
         return nullptr;
     }
+    // With sync on, the synced records are applied before the command looks at the tokens, and
+    // the command's own change is published; a sync problem is a warning, not the command's failure.
+    auto* sync = new companion::TokenSync(store.get(), iCloudManager::sharedManager(),
+                                          companion::SyncSurface::commandLine, store.get());
+    QObject::connect(sync, &companion::TokenSync::problem, [command](const QString& message) {
+        console::err() << "marlock " << command << ": sync: " << message << Qt::endl;
+    });
+    sync->start();
     return store;
 }
 

@@ -13,7 +13,8 @@
 // commands' words, so a command only returns the status.
 namespace tokens {
 
-// The token store of this machine, read; null after printing why it could not be read.
+// The token store of this machine, read, with sync wired to it (a companion::TokenSync child of
+// the store); null after printing why it could not be read.
 std::unique_ptr<companion::TokenStore> open(const QString& command);
 
 // The token `reference` names: its position in "marlock list" (1, 2, …), its id, or its issuer,

@@ -2,7 +2,7 @@
 //
 //   marlock add --qr picture.png     stores a token (also from a key URI)
 //   marlock codes [--watch]          the current codes of the stored tokens
-//   marlock list | show | rename | move | remove | preferences | about
+//   marlock list | show | rename | move | remove | preferences | sync | about
 //   marlock demo | code | uri        codes and key URIs without storing anything
 #include "Command.h"
 #include "Console.h"
@@ -14,9 +14,9 @@
 namespace {
 
 std::vector<Command> commands() {
-    return {addCommand(),    listCommand(), showCommand(),   codesCommand(),
-            renameCommand(), moveCommand(), removeCommand(), preferencesCommand(),
-            demoCommand(),   codeCommand(), uriCommand(),    aboutCommand()};
+    return {addCommand(),  listCommand(),   showCommand(),        codesCommand(), renameCommand(),
+            moveCommand(), removeCommand(), preferencesCommand(), syncCommand(),  demoCommand(),
+            codeCommand(), uriCommand(),    aboutCommand()};
 }
 
 void printUsage(QTextStream& stream) {

@@ -98,13 +98,13 @@ TokenStore::~TokenStore() {
 
 bool TokenStore::read(std::vector<StoredToken>* tokens, platform::Error* error) const {
     std::vector<platform::KeychainRecord> items;
-    platform::KeychainStatus status = backend_->find(tokenQuery(std::nullopt), true, &items);
+    platform::KeychainStatus status = backend_->find(tokenQuery(std::nullopt), {.data = true}, &items);
     if (status != KeychainStatusCode::success && status != KeychainStatusCode::itemNotFound) {
         platform::setError(error, keychainError(status));
         return false;
     }
     std::vector<platform::KeychainRecord> orderItems;
-    status = backend_->find(orderQuery(), true, &orderItems);
+    status = backend_->find(orderQuery(), {.data = true}, &orderItems);
     if (status != KeychainStatusCode::success && status != KeychainStatusCode::itemNotFound) {
         platform::setError(error, keychainError(status));
         return false;
