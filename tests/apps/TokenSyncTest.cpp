@@ -47,7 +47,9 @@ bool eventually(const std::function<bool()>& condition) {
 class Computer {
 public:
     explicit Computer(const std::shared_ptr<platform::UbiquitousKeyValueMemoryCloud>& cloud)
-        : cloudStore_(cloud->makeBackend()) {}
+        : cloudStore_(cloud->makeBackend()) {
+        sync.start();
+    }
 
     QStringList issuers() const {
         QStringList result;
@@ -71,6 +73,8 @@ public:
     TokenSync sync{&tokens, &manager, SyncSurface::window};
 };
 
+// The cloud carries a write to the other computer on a later pass of the event loop, as a sync
+// engine would some time later: each computer's first step waits for the other's data.
 class TokenSyncTest : public ::testing::Test {
 protected:
     QByteArray blob() const { return cloud_->values().value(QStringLiteral("tokens")); }
@@ -86,6 +90,7 @@ TEST_F(TokenSyncTest, ArrivingRecordsReplaceTheTokensAndAreNotPublishedAgain) {
     laptop_.add("Mail");
     laptop_.add("Bank");
     ASSERT_TRUE(laptop_.sync.enable("passcode", true, &problem_)) << problem_.toStdString();
+    ASSERT_TRUE(eventually([&] { return desktop_.manager.iCloudDataPresent(); }));
     desktop_.add("Cloud");
     ASSERT_TRUE(desktop_.sync.enable("passcode", true, &problem_)) << problem_.toStdString();
     EXPECT_EQ(desktop_.issuers(), (QStringList{"Mail", "Bank", "Cloud"}));
@@ -110,6 +115,7 @@ TEST_F(TokenSyncTest, ArrivingRecordsReplaceTheTokensAndAreNotPublishedAgain) {
 TEST_F(TokenSyncTest, WithThePasscodeAskedEachTimeNothingMadeHereIsLost) {
     laptop_.add("Mail");
     ASSERT_TRUE(laptop_.sync.enable("passcode", true, &problem_));
+    ASSERT_TRUE(eventually([&] { return desktop_.manager.iCloudDataPresent(); }));
     desktop_.add("Cloud");
     EXPECT_FALSE(desktop_.sync.enable("not the passcode", false, &problem_));
     EXPECT_TRUE(problem_.contains("does not open")) << problem_.toStdString();
@@ -117,14 +123,15 @@ TEST_F(TokenSyncTest, WithThePasscodeAskedEachTimeNothingMadeHereIsLost) {
     ASSERT_TRUE(desktop_.sync.enable("passcode", false, &problem_));
     EXPECT_EQ(desktop_.issuers(), (QStringList{"Mail", "Cloud"}));
 
-    // The desktop cannot publish without a saved passcode; what the laptop publishes next is
-    // joined with the desktop's own tokens instead of replacing them, once the passcode is given
-    // again (a change made by another program forgets it).
+    // The desktop cannot publish without a saved passcode. What the laptop publishes next is
+    // joined with the desktop's own tokens, never replacing them: at once if the desktop still
+    // holds the passcode, else once it is given again (the laptop's announcement makes the
+    // desktop forget it, so it is always asked for in the end).
     desktop_.add("Shop");
     laptop_.add("Bank");
     ASSERT_TRUE(eventually([&] { return desktop_.sync.needsPasscode(); }));
     EXPECT_FALSE(desktop_.sync.providePasscode("not the passcode", &problem_));
-    EXPECT_EQ(desktop_.issuers(), (QStringList{"Mail", "Cloud", "Shop"}));
+    EXPECT_TRUE(desktop_.issuers().contains("Shop") && desktop_.issuers().contains("Cloud"));
     ASSERT_TRUE(desktop_.sync.providePasscode("passcode", &problem_)) << problem_.toStdString();
     EXPECT_TRUE(eventually([&] {
         return desktop_.issuers() == QStringList({"Mail", "Cloud", "Shop", "Bank"});
