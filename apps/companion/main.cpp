@@ -27,7 +27,7 @@ int main(int argc, char** argv) {
                                    QStringLiteral("light or dark (default: the desktop's)."),
                                    QStringLiteral("theme"));
     const QCommandLineOption settings(QStringLiteral("settings"),
-                                      QStringLiteral("Opens the settings at once."));
+                                      QStringLiteral("Opens the settings first, then the window."));
     parser.addOptions({theme, settings});
     parser.process(app);
     applyTheme(parser.value(theme));
@@ -42,8 +42,16 @@ int main(int argc, char** argv) {
     TokenSync sync(&store, iCloudManager::sharedManager(), SyncSurface::window);
     sync.start();
     MainWindow window(&store, &sync);
-    window.show();
+    // With --settings (the panel's way in, say) the settings come first, then the window.
     if (parser.isSet(settings))
-        QMetaObject::invokeMethod(&window, &MainWindow::openSettings, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            &window,
+            [&window] {
+                window.openSettings();
+                window.show();
+            },
+            Qt::QueuedConnection);
+    else
+        window.show();
     return QApplication::exec();
 }
