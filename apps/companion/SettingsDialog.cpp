@@ -192,7 +192,8 @@ void SettingsDialog::chooseFolder() {
     const QString folder = QFileDialog::getExistingDirectory(this, tr("Cloud Folder"), folder_->text());
     if (folder.isEmpty())
         return;
-    platform::UserDefaults* defaults = platform::UserDefaults::suiteNamed(platform::Identity::applicationGroup());
+    platform::UserDefaults* defaults =
+        platform::UserDefaults::suiteNamed(platform::Identity::applicationGroup());
     defaults->setObject(folder, platform::UbiquitousKeyValueStore::folderKey);
     (void)defaults->synchronize();
     showSyncState();
