@@ -6,6 +6,8 @@
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDBusObjectPath>
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QElapsedTimer>
@@ -87,8 +89,20 @@ public:
         keyring_.write("throw-away-" + name_.toUtf8());
         keyring_.closeWriteChannel();
         QDBusConnection bus = QDBusConnection::connectToBus(address, name_);
+        // Ready once the keyring has its default collection: asking earlier would have the bus
+        // start a second daemon, without the unlocked keyring.
         const bool ready = testsupport::waitUntil(
-            [&] { return bus.interface()->isServiceRegistered("org.freedesktop.secrets").value(); }, 10s);
+            [&] {
+                if (!bus.interface()->isServiceRegistered("org.freedesktop.secrets").value())
+                    return false;
+                const QDBusMessage reply = bus.call(
+                    QDBusMessage::createMethodCall("org.freedesktop.secrets", "/org/freedesktop/secrets",
+                                                   "org.freedesktop.Secret.Service", "ReadAlias")
+                    << QStringLiteral("default"));
+                return !reply.arguments().isEmpty() &&
+                       reply.arguments().first().value<QDBusObjectPath>().path().contains("/collection/");
+            },
+            30s);
         QDBusConnection::disconnectFromBus(name_);
         return ready;
     }
@@ -164,9 +178,11 @@ double secondsUntilRecords(Device& device, const iCloudManager::TokenRecords& re
 }
 
 TEST(SyncTwoDevices, RecordsTravelThroughSyncthingBothWaysAndSettleAfterSimultaneousWrites) {
-    const QDeadlineTimer budget(60s);
     Device a(QStringLiteral("laptop-a")), b(QStringLiteral("laptop-b"));
     ASSERT_TRUE(a.startSession() && b.startSession()) << "dbus-daemon and gnome-keyring-daemon must start";
+    // A minute for everything from the engines' start on; a loaded machine may take longer to
+    // bring up the keyrings above.
+    const QDeadlineTimer budget(60s);
     ASSERT_FALSE(a.generateSyncthingIdentity().isEmpty());
     ASSERT_FALSE(b.generateSyncthingIdentity().isEmpty());
     const int portA = freePort(), portB = freePort();
