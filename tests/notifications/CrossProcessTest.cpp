@@ -7,6 +7,7 @@
 
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <QProcessEnvironment>
@@ -102,7 +103,8 @@ public:
     QString address() const { return address_; }
 
 private:
-    QTemporaryDir dir_;
+    // Short: the bus socket lives in it, and libdbus refuses socket paths of 100 bytes or more.
+    QTemporaryDir dir_{QDir::tempPath() + QStringLiteral("/b-XXXXXX")};
     QProcess daemon_;
     QString address_;
 };

@@ -45,15 +45,15 @@ class Device {
 public:
     explicit Device(const QString& name)
         : name_(name) {
-        for (const char* sub : {"home", "runtime", "config", "data", "cache", "cloud/.stfolder", "syncthing"})
+        for (const char* sub : {"home", "run", "config", "data", "cache", "cloud/.stfolder", "syncthing"})
             QDir().mkpath(path(QString::fromLatin1(sub)));
-        QFile::setPermissions(path("runtime"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        QFile::setPermissions(path("run"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         env_ = QProcessEnvironment::systemEnvironment();
         for (const char* unset :
              {"DBUS_SESSION_BUS_ADDRESS", "DISPLAY", "WAYLAND_DISPLAY", "MARLOCK_IN_SESSION"})
             env_.remove(QString::fromLatin1(unset));
         env_.insert("HOME", path("home"));
-        env_.insert("XDG_RUNTIME_DIR", path("runtime"));
+        env_.insert("XDG_RUNTIME_DIR", path("run"));
         env_.insert("XDG_CONFIG_HOME", path("config"));
         env_.insert("XDG_DATA_HOME", path("data"));
         env_.insert("XDG_CACHE_HOME", path("cache"));
@@ -77,7 +77,7 @@ public:
     bool startSession() {
         bus_.setProcessEnvironment(env_);
         bus_.start("dbus-daemon",
-                   {"--session", "--nofork", "--print-address=1", "--address=unix:dir=" + path("runtime")});
+                   {"--session", "--nofork", "--print-address=1", "--address=unix:dir=" + path("run")});
         if (!bus_.waitForReadyRead(10000))
             return false;
         const QString address = QString::fromUtf8(bus_.readLine()).trimmed();
@@ -160,7 +160,8 @@ public:
 
 private:
     const QString name_;
-    QTemporaryDir root_;
+    // Short: the bus and keyring sockets live in it, and libdbus refuses socket paths of 100 bytes or more.
+    QTemporaryDir root_{QDir::tempPath() + QStringLiteral("/d-XXXXXX")};
     QProcessEnvironment env_;
     QString deviceId_;
     QProcess bus_, keyring_, syncthing_;
