@@ -8,7 +8,6 @@
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
-#include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <QProcessEnvironment>
@@ -106,8 +105,7 @@ public:
     QString address() const { return address_; }
 
 private:
-    // Short: the bus socket lives in it, and libdbus refuses socket paths of 100 bytes or more.
-    QTemporaryDir dir_{QDir::tempPath() + QStringLiteral("/b-XXXXXX")};
+    QTemporaryDir dir_;
     QProcess daemon_;
     QString address_;
 };
