@@ -208,7 +208,8 @@ TEST_P(TokenStoreContract, TheOrderIsAHintAndForeignItemsAreLeftAlone) {
     EXPECT_TRUE(reader->move("late", 0));
     EXPECT_EQ(stored().front().id, "late");
     std::vector<platform::KeychainRecord> found;
-    EXPECT_EQ(keychain->find({platform::KeychainClass::genericPassword, service, "damaged"}, true, &found),
+    EXPECT_EQ(keychain->find({platform::KeychainClass::genericPassword, service, "damaged"}, {.data = true},
+                             &found),
               0);
 }
 
