@@ -49,6 +49,10 @@ platform::Error keychainError(platform::KeychainStatus status) {
         advice = QStringLiteral("Tokens are kept in the desktop keyring: run this inside a desktop session "
                                 "whose keyring (GNOME Keyring, KeePassXC or KWallet) is running.");
         break;
+    case KeychainStatusCode::noDefaultKeychain:
+        advice = QStringLiteral("The keyring has no default collection to keep tokens in: create one (for "
+                                "example with Seahorse) and try again.");
+        break;
     case KeychainStatusCode::authFailed:
     case KeychainStatusCode::userCanceled:
         advice = QStringLiteral("Unlock the keyring (for example by logging in again) and try again.");
@@ -98,13 +102,14 @@ TokenStore::~TokenStore() {
 
 bool TokenStore::read(std::vector<StoredToken>* tokens, platform::Error* error) const {
     std::vector<platform::KeychainRecord> items;
-    platform::KeychainStatus status = backend_->find(tokenQuery(std::nullopt), {.data = true}, &items);
+    platform::KeychainStatus status =
+        backend_->find(tokenQuery(std::nullopt), {.data = true, .attributes = true}, &items);
     if (status != KeychainStatusCode::success && status != KeychainStatusCode::itemNotFound) {
         platform::setError(error, keychainError(status));
         return false;
     }
     std::vector<platform::KeychainRecord> orderItems;
-    status = backend_->find(orderQuery(), {.data = true}, &orderItems);
+    status = backend_->find(orderQuery(), {.data = true, .attributes = false, .limitOne = true}, &orderItems);
     if (status != KeychainStatusCode::success && status != KeychainStatusCode::itemNotFound) {
         platform::setError(error, keychainError(status));
         return false;

@@ -4,7 +4,7 @@
 // computes codes. The text a code holds then goes through the key URI reader, which
 // fuzz_keyuri covers on its own.
 //
-//   build-fuzz/fuzz/apps/fuzz_qr_image -max_len=70000 -max_total_time=120 corpus-dir fuzz/apps/corpus
+//   build-fuzz/fuzz/apps/fuzz_qr_image -max_len=70000 -max_total_time=120 corpus-dir fuzz/apps/corpus/QrImage
 #include "common/ImportError.h"
 #include "common/TokenImport.h"
 

@@ -120,23 +120,23 @@ void Layer::addAnimation(const BasicAnimation& animation, const QString& key) {
     internal::RunningAnimation* raw = running.get();
     QVariantAnimation* driver = raw->driver();
     QObject::connect(driver, &QVariantAnimation::valueChanged, driver, [this] { setNeedsRedraw(); });
-    QObject::connect(driver, &QAbstractAnimation::finished, driver, [this, raw] { endAnimation(raw); });
+    // Ends here rather than in a member function: a member taking the private RunningAnimation
+    // type would be exported with the class.
+    QObject::connect(driver, &QAbstractAnimation::finished, driver, [this, raw] {
+        const auto at = std::find_if(animations_.begin(), animations_.end(),
+                                     [raw](const auto& entry) { return entry.get() == raw; });
+        if (at == animations_.end())
+            return;
+        std::unique_ptr<internal::RunningAnimation> ended = std::move(*at);
+        animations_.erase(at);
+        ended->releaseDriverLater();
+        setNeedsRedraw();
+        // Last: the completion block this may run is free to destroy the layer.
+        ended.reset();
+    });
     animations_.push_back(std::move(running));
     driver->start();
     setNeedsRedraw();
-}
-
-void Layer::endAnimation(internal::RunningAnimation* running) {
-    const auto at = std::find_if(animations_.begin(), animations_.end(),
-                                 [running](const auto& animation) { return animation.get() == running; });
-    if (at == animations_.end())
-        return;
-    std::unique_ptr<internal::RunningAnimation> ended = std::move(*at);
-    animations_.erase(at);
-    ended->releaseDriverLater();
-    setNeedsRedraw();
-    // Last: the completion block this may run is free to destroy the layer.
-    ended.reset();
 }
 
 std::optional<BasicAnimation> Layer::animation(const QString& key) const {

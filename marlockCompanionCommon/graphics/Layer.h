@@ -154,7 +154,6 @@ private:
     void drawLayer(QPainter& painter, const QRectF& bounds) const;
     QRectF presentationBounds() const;
     QPointF presentationPosition() const;
-    void endAnimation(internal::RunningAnimation* running);
 
     QPointF position_;
     QRectF bounds_;

@@ -22,8 +22,8 @@ ScopedProfile::~ScopedProfile() {
     // Every item under the profile's services ("<id>.tokens", "<id>.tokens.order", …).
     auto backend = platform::makeSecretServiceKeychainBackend();
     std::vector<platform::KeychainRecord> items;
-    if (backend->find({platform::KeychainClass::genericPassword, std::nullopt, std::nullopt},
-                      platform::KeychainMatch{}, &items) == platform::KeychainStatusCode::success)
+    if (backend->find({platform::KeychainClass::genericPassword, std::nullopt, std::nullopt}, {}, &items) ==
+        platform::KeychainStatusCode::success)
         for (const auto& record : items)
             if (record.item.service.startsWith(bundleIdentifier_))
                 (void)backend->remove({record.item.itemClass, record.item.service, record.item.account});

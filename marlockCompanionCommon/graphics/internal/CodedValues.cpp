@@ -154,10 +154,15 @@ std::optional<Value> decodeNested(KeyedDecoder& coder, const QString& key, const
 
 void registerCodedValueClasses() {
     static std::once_flag once;
+    // Each decoder goes in wrapped in a lambda: a plain function pointer would make std::function
+    // emit type information for the pointer's type, which the library would then export.
     std::call_once(once, [] {
-        marlockCommon::registerSecureCodingClass(colorClassName, decodeColorObject);
-        marlockCommon::registerSecureCodingClass(fontClassName, decodeFontObject);
-        marlockCommon::registerSecureCodingClass(timingFunctionClassName, decodeTimingObject);
+        marlockCommon::registerSecureCodingClass(
+            colorClassName, [](KeyedDecoder& coder) { return decodeColorObject(coder); });
+        marlockCommon::registerSecureCodingClass(fontClassName,
+                                                 [](KeyedDecoder& coder) { return decodeFontObject(coder); });
+        marlockCommon::registerSecureCodingClass(
+            timingFunctionClassName, [](KeyedDecoder& coder) { return decodeTimingObject(coder); });
     });
 }
 
