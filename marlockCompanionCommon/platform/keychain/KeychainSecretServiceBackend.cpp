@@ -109,7 +109,9 @@ private:
     // Runs `operation` on the connection, opened on first use and kept: opening one costs two
     // round trips and a key exchange. When the service is gone from under a kept connection (a
     // daemon that restarted knows nothing of our session), the connection is dropped and the
-    // operation runs once more on a new one; every operation is safe to repeat.
+    // operation runs once more on a new one; every operation is safe to repeat. A restarted
+    // gnome-keyring refuses a secret wrapped for the old session with an error libsecret hands on
+    // without its name, so an unexplained failure on a kept connection is retried the same way.
     template <typename Operation> KeychainStatus retried(const Operation& operation) {
         for (int attempt = 0;; ++attempt) {
             Connection connection;
@@ -117,7 +119,7 @@ private:
             if (const KeychainStatus status = connect(&connection, &kept); status != Code::success)
                 return status;
             const KeychainStatus status = operation(*connection);
-            if (status != Code::notAvailable)
+            if (status != Code::notAvailable && status != Code::internalComponent)
                 return status;
             drop(connection);
             if (!kept || attempt > 0)

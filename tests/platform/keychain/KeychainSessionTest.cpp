@@ -134,16 +134,26 @@ TEST(KeychainSecretServiceOwnSession, LockedAndMissingCollectionsSayWhatIsWrong)
     ASSERT_EQ(QProcess::execute("sh", {"-c", "printf replacement | gnome-keyring-daemon --replace --unlock "
                                              "--components=secrets >/dev/null 2>&1"}),
               0);
+    // Ready means what the session script waits for too: the alias names a collection, and that
+    // collection is unlocked (the alias can appear while the new login collection is still
+    // being set up).
     ASSERT_TRUE(testsupport::waitUntil(
         [&] {
             replacement.pid = secretServicePid();
-            return replacement.pid > 0 && replacement.pid != original &&
-                   secretServiceCall("/org/freedesktop/secrets", "org.freedesktop.Secret.Service.ReadAlias",
-                                     {"default"})
-                       .contains("/collection/");
+            if (replacement.pid <= 0 || replacement.pid == original)
+                return false;
+            const QString alias = QString::fromUtf8(secretServiceCall(
+                "/org/freedesktop/secrets", "org.freedesktop.Secret.Service.ReadAlias", {"default"}));
+            const QString collection = alias.section(QLatin1Char('\''), 1, 1);
+            return collection.contains(QLatin1String("/collection/")) &&
+                   secretServiceCall(collection, "org.freedesktop.DBus.Properties.Get",
+                                     {"org.freedesktop.Secret.Collection", "Locked"})
+                       .contains("false");
         },
         std::chrono::seconds(60)));
-    EXPECT_EQ(keychain.itemAdd(itemQuery("e"), {"after restart", std::nullopt, std::nullopt}), Code::success);
+    log.clear();
+    EXPECT_EQ(keychain.itemAdd(itemQuery("e"), {"after restart", std::nullopt, std::nullopt}), Code::success)
+        << log.join('\n').toStdString();
     EXPECT_EQ(keychain.copyMatchingData(itemQuery("e"), &data), Code::success);
     EXPECT_EQ(data, "after restart");
 }
