@@ -82,9 +82,11 @@ struct MCC_EXPORT WebdavConfiguration {
 //  - A write names the version it replaces: If-Match with the last tag seen, If-None-Match: *
 //    for a new key. When another device wrote in between (412), the write is dropped, the
 //    server's value is read and reported as a server change, and the log says so.
-//  - While the server is unreachable (network error, timeout, 5xx), writes wait in order and are
-//    tried again with the polls; the store keeps answering with them. Refused credentials
-//    (401/403) and other refusals end the write as failed, with a log line.
+//  - Whatever keeps a write from the server (no network, a timeout, 5xx, refused credentials,
+//    an untrusted certificate, a garbled or oversized answer), it waits, in order, and is tried
+//    again with back-off; the store keeps answering with its value and the log says why, once
+//    per problem. Only a configuration that cannot work (no https URL, a collection name that is
+//    not one folder name) ends writes as failed.
 MCC_EXPORT std::unique_ptr<UbiquitousKeyValueStoreBackend>
 makeWebdavUbiquitousKeyValueStoreBackend(const WebdavConfiguration& configuration);
 

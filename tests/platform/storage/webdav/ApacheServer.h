@@ -34,6 +34,8 @@ public:
     // The folder the server keeps /dav/ in: writing a file here is another client's write.
     QString davFolder() const { return root_.path() + QStringLiteral("/www/dav"); }
     QByteArray certificateSha256() const { return certificateSha256_; }
+    QString certificatePath() const { return root_.path() + QStringLiteral("/cert.pem"); }
+    QString keyPath() const { return root_.path() + QStringLiteral("/key.pem"); }
     QString user() const { return QStringLiteral("ann"); }
     QString password() const { return QStringLiteral("correct horse:battery é"); }
     // Requests the server has answered so far, from its access log.

@@ -154,7 +154,7 @@ void WebdavBackend::list(Then then, bool mayCreate) {
             if (response.outcome == Outcome::answered && response.status == 404 && mayCreate)
                 return makeCollection(then);
             if (response.outcome != Outcome::answered || response.status != 207) {
-                (void)failed(QStringLiteral("listing %1").arg(collectionUrl_.toDisplayString()), response);
+                logFailure(QStringLiteral("listing %1").arg(collectionUrl_.toDisplayString()), response);
                 return then(Step::retryLater);
             }
             QString problem;
@@ -216,7 +216,7 @@ void WebdavBackend::fetch(const QString& key, std::function<void(bool ok)> then)
                 return then(true);
             }
             if (response.outcome != Outcome::answered || response.status != 200) {
-                (void)failed(QStringLiteral("reading \"%1\"").arg(key), response);
+                logFailure(QStringLiteral("reading \"%1\"").arg(key), response);
                 return then(false);
             }
             server_.insert(key, {response.etag, response.body});
@@ -231,9 +231,8 @@ void WebdavBackend::makeCollection(Then then) {
             if (response.outcome == Outcome::answered && response.status != 201)
                 return list(then, false);
             if (response.outcome != Outcome::answered) {
-                (void)failed(
-                    QStringLiteral("creating the collection %1").arg(collectionUrl_.toDisplayString()),
-                    response);
+                logFailure(QStringLiteral("creating the collection %1").arg(collectionUrl_.toDisplayString()),
+                           response);
                 return then(Step::retryLater);
             }
             systemLog(QStringLiteral("Cloud key-value store: created the collection %1")
@@ -332,14 +331,12 @@ void WebdavBackend::send(const Task& task, int round, Then then) {
                 }
                 return learnTag(key, *value, then);
             }
-            const Step step = failed(QStringLiteral("writing \"%1\"").arg(key), response);
-            if (step == Step::retryLater) {
-                if (answered && (response.status == 404 || response.status == 409))
-                    listed_ = false; // the collection went away: list (and make) it again first
-                return then(step);
-            }
-            listener_->backendDidFinishWrite(key, false);
-            then(Step::done);
+            // Whatever went wrong, the write waits and is tried again: the value stays in the store,
+            // and the log says why it has not reached the server.
+            logFailure(QStringLiteral("writing \"%1\"").arg(key), response);
+            if (answered && (response.status == 404 || response.status == 409))
+                listed_ = false; // the collection went away: list (and make) it again first
+            then(Step::retryLater);
         });
 }
 
@@ -385,36 +382,32 @@ void WebdavBackend::reportKey(const QString& key) {
     listener_->backendDidChange(Reason::serverChange, changes, false);
 }
 
-WebdavBackend::Step WebdavBackend::failed(const QString& what, const WebdavResponse& response) {
+void WebdavBackend::logFailure(const QString& what, const WebdavResponse& response) {
     const QString server = configuration_.serverUrl.toDisplayString(QUrl::RemoveUserInfo);
-    if (response.outcome == Outcome::answered) {
-        const int status = response.status;
-        if (status == 401 || status == 403) {
-            logProblem(QStringLiteral("%1 failed: the server %2 refused the credentials of \"%3\" (HTTP %4)")
-                           .arg(what, server, configuration_.user)
-                           .arg(status));
-            return Step::done;
-        }
-        logProblem(QStringLiteral("%1 failed: HTTP %2 from %3").arg(what).arg(status).arg(server));
-        return status >= 500 || status == 404 || status == 409 ? Step::retryLater : Step::done;
-    }
     switch (response.outcome) {
+    case Outcome::answered:
+        if (response.status == 401 || response.status == 403)
+            return logProblem(
+                QStringLiteral("%1 failed: the server %2 refused the credentials of \"%3\" (HTTP %4)")
+                    .arg(what, server, configuration_.user)
+                    .arg(response.status));
+        return logProblem(QStringLiteral("%1 failed: HTTP %2 from %3; trying again later")
+                              .arg(what)
+                              .arg(response.status)
+                              .arg(server));
     case Outcome::untrusted:
-        logProblem(QStringLiteral("%1 failed: %2").arg(what, response.problem));
-        return Step::done;
+        return logProblem(QStringLiteral("%1 failed: %2").arg(what, response.problem));
     case Outcome::tooLarge:
-        logProblem(QStringLiteral("%1 failed: %2 answered with too much data (%3)")
-                       .arg(what, server, response.problem));
-        return Step::done;
+        return logProblem(QStringLiteral("%1 failed: %2 answered with too much data (%3)")
+                              .arg(what, server, response.problem));
     case Outcome::timedOut:
-        logProblem(
+        return logProblem(
             QStringLiteral("%1 failed: %2 gave %3; trying again later").arg(what, server, response.problem));
-        return Step::retryLater;
-    default:
-        logProblem(QStringLiteral("%1 failed: %2 is unreachable (%3); trying again later")
-                       .arg(what, server, response.problem));
-        return Step::retryLater;
+    case Outcome::unreachable:
+        break;
     }
+    logProblem(QStringLiteral("%1 failed: %2 is unreachable (%3); trying again later")
+                   .arg(what, server, response.problem));
 }
 
 void WebdavBackend::logProblem(const QString& problem) {

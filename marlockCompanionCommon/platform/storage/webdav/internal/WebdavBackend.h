@@ -57,8 +57,8 @@ private:
     bool changedSince(const QString& key, const Known& before) const;
     void reportAll();
     void reportKey(const QString& key);
-    // The step a failed request leads to, after logging what happened.
-    Step failed(const QString& what, const WebdavResponse& response);
+    // Says in the log why a request failed (once while the same problem lasts).
+    void logFailure(const QString& what, const WebdavResponse& response);
     void logProblem(const QString& problem);
     void recovered();
 

@@ -35,6 +35,8 @@ std::optional<std::vector<Member>> parse(const QByteArray& document, QString* pr
     };
     if (document.size() > maximumSize)
         return fail(QStringLiteral("the reply is over %1 bytes").arg(maximumSize));
+    if (document.trimmed().isEmpty())
+        return fail(QStringLiteral("the reply is empty"));
 
     QXmlStreamReader xml(document);
     std::vector<Member> members;
@@ -97,7 +99,7 @@ std::optional<std::vector<Member>> parse(const QByteArray& document, QString* pr
         return fail(
             QStringLiteral("malformed XML at line %1: %2").arg(xml.lineNumber()).arg(xml.errorString()));
     if (!sawRoot)
-        return fail(QStringLiteral("the reply is empty"));
+        return fail(QStringLiteral("the reply holds no element"));
     return members;
 }
 
