@@ -41,17 +41,18 @@ qint64 nowNs() {
 
 // One settings suite, keychain identity and cloud folder for this run, shared with the receiver.
 const QTemporaryDir& scratch() {
-    static QTemporaryDir* dir = [] {
-        auto* d = new QTemporaryDir;
+    static const QTemporaryDir dir; // removed at exit
+    static const bool configured = [] {
         const QByteArray unique = QUuid::createUuid().toString(QUuid::Id128).toUtf8();
         qputenv("MARLOCK_BUNDLE_IDENTIFIER", "bench.sync." + unique);
         qputenv("MARLOCK_APPLICATION_GROUP", "bench.group.sync." + unique);
         qputenv("MARLOCK_KEYCHAIN_IDENTIFIER", "bench.keychain.sync." + unique);
-        QDir().mkpath(d->path() + "/cloud");
-        qputenv("MARLOCK_CLOUD_FOLDER", (d->path() + "/cloud").toUtf8());
-        return d;
+        QDir().mkpath(dir.path() + "/cloud");
+        qputenv("MARLOCK_CLOUD_FOLDER", (dir.path() + "/cloud").toUtf8());
+        return true;
     }();
-    return *dir;
+    (void)configured;
+    return dir;
 }
 
 class Receiver {

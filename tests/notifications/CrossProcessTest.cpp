@@ -5,6 +5,7 @@
 #include "tests/notifications/NotificationTestSupport.h"
 #include "tests/support/TestSupport.h"
 
+#include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QFile>
@@ -70,7 +71,9 @@ private:
 };
 
 // A bus of our own that refuses every match rule, as a bus whose per-connection limit a
-// process has used up would. Stopped (by its own process handle) when the object goes.
+// process has used up would. Stopped (by its own process handle) when the object goes. It
+// listens on an abstract socket: a socket path under a test run's nested temporary folders can
+// exceed the 108 bytes a socket address holds, and the daemon would exit without a word.
 class BusRefusingMatchRules {
 public:
     BusRefusingMatchRules() {
@@ -81,14 +84,14 @@ public:
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
   <type>session</type>
-  <listen>unix:dir=%1</listen>
+  <listen>unix:abstract=marlock-refusing-bus-%1</listen>
   <policy context="default">
     <allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/><allow own="*"/>
   </policy>
   <limit name="max_match_rules_per_connection">0</limit>
 </busconfig>
 )")
-                .arg(dir_.path())
+                .arg(QCoreApplication::applicationPid())
                 .toUtf8());
         config.close();
         daemon_.start("dbus-daemon", {"--nofork", "--print-address=1", "--config-file=" + config.fileName()});

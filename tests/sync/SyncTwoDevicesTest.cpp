@@ -6,6 +6,8 @@
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDBusObjectPath>
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QElapsedTimer>
@@ -43,15 +45,15 @@ class Device {
 public:
     explicit Device(const QString& name)
         : name_(name) {
-        for (const char* sub : {"home", "runtime", "config", "data", "cache", "cloud/.stfolder", "syncthing"})
+        for (const char* sub : {"home", "run", "config", "data", "cache", "cloud/.stfolder", "syncthing"})
             QDir().mkpath(path(QString::fromLatin1(sub)));
-        QFile::setPermissions(path("runtime"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        QFile::setPermissions(path("run"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         env_ = QProcessEnvironment::systemEnvironment();
         for (const char* unset :
              {"DBUS_SESSION_BUS_ADDRESS", "DISPLAY", "WAYLAND_DISPLAY", "MARLOCK_IN_SESSION"})
             env_.remove(QString::fromLatin1(unset));
         env_.insert("HOME", path("home"));
-        env_.insert("XDG_RUNTIME_DIR", path("runtime"));
+        env_.insert("XDG_RUNTIME_DIR", path("run"));
         env_.insert("XDG_CONFIG_HOME", path("config"));
         env_.insert("XDG_DATA_HOME", path("data"));
         env_.insert("XDG_CACHE_HOME", path("cache"));
@@ -75,7 +77,7 @@ public:
     bool startSession() {
         bus_.setProcessEnvironment(env_);
         bus_.start("dbus-daemon",
-                   {"--session", "--nofork", "--print-address=1", "--address=unix:dir=" + path("runtime")});
+                   {"--session", "--nofork", "--print-address=1", "--address=unix:dir=" + path("run")});
         if (!bus_.waitForReadyRead(10000))
             return false;
         const QString address = QString::fromUtf8(bus_.readLine()).trimmed();
@@ -87,8 +89,20 @@ public:
         keyring_.write("throw-away-" + name_.toUtf8());
         keyring_.closeWriteChannel();
         QDBusConnection bus = QDBusConnection::connectToBus(address, name_);
+        // Ready once the keyring has its default collection: asking earlier would have the bus
+        // start a second daemon, without the unlocked keyring.
         const bool ready = testsupport::waitUntil(
-            [&] { return bus.interface()->isServiceRegistered("org.freedesktop.secrets").value(); }, 10s);
+            [&] {
+                if (!bus.interface()->isServiceRegistered("org.freedesktop.secrets").value())
+                    return false;
+                const QDBusMessage reply = bus.call(
+                    QDBusMessage::createMethodCall("org.freedesktop.secrets", "/org/freedesktop/secrets",
+                                                   "org.freedesktop.Secret.Service", "ReadAlias")
+                    << QStringLiteral("default"));
+                return !reply.arguments().isEmpty() &&
+                       reply.arguments().first().value<QDBusObjectPath>().path().contains("/collection/");
+            },
+            30s);
         QDBusConnection::disconnectFromBus(name_);
         return ready;
     }
@@ -146,7 +160,8 @@ public:
 
 private:
     const QString name_;
-    QTemporaryDir root_;
+    // Short: the bus and keyring sockets live in it, and libdbus refuses socket paths of 100 bytes or more.
+    QTemporaryDir root_{QDir::tempPath() + QStringLiteral("/d-XXXXXX")};
     QProcessEnvironment env_;
     QString deviceId_;
     QProcess bus_, keyring_, syncthing_;
@@ -164,9 +179,11 @@ double secondsUntilRecords(Device& device, const iCloudManager::TokenRecords& re
 }
 
 TEST(SyncTwoDevices, RecordsTravelThroughSyncthingBothWaysAndSettleAfterSimultaneousWrites) {
-    const QDeadlineTimer budget(60s);
     Device a(QStringLiteral("laptop-a")), b(QStringLiteral("laptop-b"));
     ASSERT_TRUE(a.startSession() && b.startSession()) << "dbus-daemon and gnome-keyring-daemon must start";
+    // A minute for everything from the engines' start on; a loaded machine may take longer to
+    // bring up the keyrings above.
+    const QDeadlineTimer budget(60s);
     ASSERT_FALSE(a.generateSyncthingIdentity().isEmpty());
     ASSERT_FALSE(b.generateSyncthingIdentity().isEmpty());
     const int portA = freePort(), portB = freePort();

@@ -27,9 +27,9 @@ const QString recordsChanged = iCloudManager::tokenRecordsDidChangeExternallyNot
 class FailingKeychain final : public platform::KeychainBackend {
 public:
     platform::KeychainStatus failReads = Code::success, failWrites = Code::success;
-    platform::KeychainStatus find(const platform::KeychainQuery& q, bool withData,
+    platform::KeychainStatus find(const platform::KeychainQuery& q, const platform::KeychainMatch& match,
                                   std::vector<platform::KeychainRecord>* out) override {
-        return failReads ? failReads : memory_->find(q, withData, out);
+        return failReads ? failReads : memory_->find(q, match, out);
     }
     platform::KeychainStatus add(const platform::KeychainRecord& record) override {
         return failWrites ? failWrites : memory_->add(record);
