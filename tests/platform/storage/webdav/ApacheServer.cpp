@@ -8,7 +8,9 @@
 #include <QTcpSocket>
 #include <QUuid>
 
+#include <csignal>
 #include <netinet/in.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -133,6 +135,8 @@ bool ApacheServer::start() {
         return false;
     process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     process_.setStandardOutputFile(QProcess::nullDevice());
+    // Should the test die without stopping it, the kernel stops the server too.
+    process_.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
     process_.start(QStringLiteral("/usr/sbin/apache2"),
                    {"-f", root_.path() + QStringLiteral("/httpd.conf"), "-DFOREGROUND"});
     if (!process_.waitForStarted()) {

@@ -238,10 +238,11 @@ TEST_F(Webdav, HostileServersGiveLogLinesNeverCrashesAndLocalValuesStay) {
         HostileServer hostile(kind, server());
         WebdavConfiguration configuration = webdavtest::configurationFor(server(), collection);
         configuration.serverUrl = hostile.url();
-        configuration.requestTimeout = 1s;
+        // Short only where the time limit is what is tested: 8 MiB over TLS takes a while under ASan.
+        configuration.requestTimeout = kind == HostileServer::Kind::drip ? 1s : 60s;
         auto store = makeStore(configuration);
         store->setData("local", QStringLiteral("tokens"));
-        EXPECT_TRUE(waitUntil([&] { return logHas(log, expected); })) << log.join('\n').toStdString();
+        EXPECT_TRUE(waitUntil([&] { return logHas(log, expected); }, 60s)) << log.join('\n').toStdString();
         EXPECT_EQ(store->dataForKey(QStringLiteral("tokens")), "local");
         EXPECT_EQ(store->allKeys(), QStringList{"tokens"}) << "nothing from the server was taken in";
     }

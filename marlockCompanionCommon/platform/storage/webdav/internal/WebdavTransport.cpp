@@ -110,6 +110,9 @@ void WebdavTransport::finish(QNetworkReply* reply) {
         return;
     std::unique_ptr<Pending> state = std::move(node.mapped());
     state->deadline.stop();
+    // The reply lives on until deleteLater() and may still report progress: nothing may reach
+    // the state that goes with this function.
+    reply->disconnect(this);
     WebdavResponse response;
     const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
     if (state->failure != WebdavResponse::Outcome::answered) {
