@@ -5,8 +5,6 @@
 #include "tests/platform/storage/webdav/ApacheServer.h"
 #include "tests/sync/SyncTestSupport.h"
 
-#include "marlockCompanionCommon/platform/runtime/SystemLog.h"
-
 #include <QUuid>
 
 using namespace synctest;
@@ -41,11 +39,9 @@ public:
     std::unique_ptr<iCloudManager> manager;
 };
 
-TEST(SyncOverWebdav, TwoDevicesExchangeRecordsBothWaysAndARaceSettlesOnOneVisibly) {
+TEST(SyncOverWebdav, TwoDevicesExchangeRecordsBothWaysAndARaceSettlesOnOneTheLoserIsToldOf) {
     ASSERT_TRUE(webdavtest::ApacheServer::shared().start())
         << webdavtest::ApacheServer::shared().problem().toStdString();
-    QStringList log;
-    platform::SystemLogCapture capture([&](const QString& line) { log << line; });
     testsupport::ScopedIsolatedHome home;
     const QString collection = webdavtest::freshCollection();
     Device a(collection), b(collection);
@@ -62,13 +58,14 @@ TEST(SyncOverWebdav, TwoDevicesExchangeRecordsBothWaysAndARaceSettlesOnOneVisibl
     b.manager->setTokenRecords(fromB);
     EXPECT_TRUE(waitUntil([&] { return a.records() == summary(fromB); }, 10s)) << a.records().toStdString();
 
-    // Both write before either hears of the other: the server takes one, the other device's
-    // write is refused on its tag and that device reads the winner. Nobody keeps a value the
-    // server does not hold, and the loser's log says its write was not made.
+    // Both write before either hears of the other: both name the same version, the server
+    // keeps one, and the other device reads the winner and is told. Nobody keeps a value the
+    // server does not hold. (Which write the server refuses, and whether it refuses one at all,
+    // is the server's: Apache checks If-Match and writes without a lock, so two nearly
+    // simultaneous writes can both be accepted, the later replacing the earlier.)
     ManagerNotifications heardByA(a.manager.get()), heardByB(b.manager.get());
     const auto raceA = sampleRecords(2, 20, QStringLiteral("race A"));
     const auto raceB = sampleRecords(2, 20, QStringLiteral("race B"));
-    log.clear();
     a.manager->setTokenRecords(raceA);
     b.manager->setTokenRecords(raceB);
     ASSERT_TRUE(waitUntil(
@@ -78,9 +75,6 @@ TEST(SyncOverWebdav, TwoDevicesExchangeRecordsBothWaysAndARaceSettlesOnOneVisibl
         },
         15s))
         << a.records().toStdString() << " / " << b.records().toStdString();
-    EXPECT_TRUE(std::any_of(log.begin(), log.end(), [](const QString& line) {
-        return line.contains(QLatin1String("was not made"));
-    })) << log.join('\n').toStdString();
     const bool aWon = a.records() == summary(raceA);
     const ManagerNotifications& loser = aWon ? heardByB : heardByA;
     EXPECT_TRUE(loser.names.contains(iCloudManager::tokenRecordsDidChangeExternallyNotification))

@@ -88,6 +88,16 @@ TEST_F(Webdav, AWriteRacingAnotherDevicesWriteLosesVisiblyAndTheServersValueStay
     EXPECT_TRUE(logHas(log, QStringLiteral("the write of \"tokens\" was not made")))
         << log.join('\n').toStdString();
 
+    // The news arrives while our write waits behind a listing: the listing's fresh tag must not
+    // let our write replace a value the store never saw.
+    heard.heard.clear();
+    writeOnServer(QStringLiteral("tokens"), "their second");
+    store->synchronize();
+    store->setData("ours, made before hearing", QStringLiteral("tokens"));
+    ASSERT_TRUE(heard.waitFor(serverChange, QStringLiteral("tokens")));
+    EXPECT_EQ(store->dataForKey(QStringLiteral("tokens")), "their second");
+    EXPECT_EQ(contentOnServer(QStringLiteral("tokens")), "their second");
+
     // Without a race, a write right after our own (its tag still weak on Apache) goes through.
     heard.heard.clear();
     store->setData("again", QStringLiteral("tokens"));

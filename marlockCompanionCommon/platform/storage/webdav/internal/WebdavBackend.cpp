@@ -92,7 +92,10 @@ void WebdavBackend::write(const QString& key, const std::optional<QByteArray>& v
         listener_->backendDidFinishWrite(key, false);
         return;
     }
-    queue_.push_back({true, key, value});
+    const auto believed = believed_.constFind(key);
+    queue_.push_back(
+        {true, key, value, believed == believed_.cend() ? std::nullopt : std::optional(*believed)});
+    believe(key, value);
     pump();
 }
 
@@ -263,6 +266,12 @@ void WebdavBackend::runWrite(const Task& task, Then then) {
 // the value itself have changed meanwhile, another device wrote, and that write wins.
 void WebdavBackend::attempt(const Task& task, int round, Then then) {
     const auto known = server_.constFind(task.key);
+    // Changed on the server since the store saw it (a listing may have brought the news while the
+    // write waited): the other device's value is the later one.
+    const std::optional<QByteArray> current =
+        known == server_.cend() ? std::nullopt : std::optional(known->value);
+    if (round == 0 && current != task.basis)
+        return lose(task.key, then);
     if (known == server_.cend() || isComparable(known->etag) || round >= maximumTagRounds)
         return send(task, round, then);
     const Known before = *known;
@@ -347,8 +356,15 @@ void WebdavBackend::learnTag(const QString& key, const QByteArray& written, Then
         listener_->backendDidFinishWrite(key, true);
         if (!ok)
             server_.insert(key, {QByteArray(), written}); // the next write reads the tag first
-        else if (changedSince(key, {QByteArray(), written}))
+        else if (changedSince(key, {QByteArray(), written})) {
+            // Also how a race inside the server ends: Apache's mod_dav_fs checks If-Match and
+            // writes without a lock, so two writes naming one version can both be accepted.
+            systemLog(
+                QStringLiteral("Cloud key-value store: the value of \"%1\" was replaced on the server by "
+                               "another device right after this write; the server's value is taken")
+                    .arg(key));
             reportKey(key);
+        }
         then(Step::done);
     });
 }
@@ -365,12 +381,33 @@ void WebdavBackend::lose(const QString& key, Then then) {
     then(Step::done);
 }
 
+bool WebdavBackend::hasQueuedWrite(const QString& key, bool countHead) const {
+    for (auto it = queue_.begin() + (countHead || queue_.empty() ? 0 : 1); it != queue_.end(); ++it)
+        if (it->isWrite && it->key == key)
+            return true;
+    return false;
+}
+
+void WebdavBackend::believe(const QString& key, const std::optional<QByteArray>& value) {
+    if (value)
+        believed_.insert(key, *value);
+    else
+        believed_.remove(key);
+}
+
 void WebdavBackend::reportAll() {
     listed_ = true;
     std::vector<Change> changes;
     changes.reserve(static_cast<size_t>(server_.size()));
-    for (auto it = server_.cbegin(); it != server_.cend(); ++it)
+    // The store keeps its own value for a key with a write on the way, and so does believed_.
+    for (const QString& key : believed_.keys())
+        if (!server_.contains(key) && !hasQueuedWrite(key, true))
+            believed_.remove(key);
+    for (auto it = server_.cbegin(); it != server_.cend(); ++it) {
         changes.push_back({it.key(), it.value().value});
+        if (!hasQueuedWrite(it.key(), true))
+            believed_.insert(it.key(), it.value().value);
+    }
     listener_->backendDidChange(Reason::serverChange, changes, true);
 }
 
@@ -379,6 +416,9 @@ void WebdavBackend::reportKey(const QString& key) {
     changes.front().key = key;
     if (const auto it = server_.constFind(key); it != server_.cend())
         changes.front().value = it->value;
+    // Called while the write that learned this is still at the head of the queue.
+    if (!hasQueuedWrite(key, false))
+        believe(key, changes.front().value);
     listener_->backendDidChange(Reason::serverChange, changes, false);
 }
 

@@ -38,6 +38,8 @@ private:
         bool isWrite = false;
         QString key;
         std::optional<QByteArray> value;
+        // What the store held for the key when it made the write: the version the write replaces.
+        std::optional<QByteArray> basis;
     };
     enum class Step { done, retryLater };
     using Then = std::function<void(Step)>;
@@ -55,6 +57,8 @@ private:
     void learnTag(const QString& key, const QByteArray& written, Then then);
     void lose(const QString& key, Then then);
     bool changedSince(const QString& key, const Known& before) const;
+    bool hasQueuedWrite(const QString& key, bool countHead) const;
+    void believe(const QString& key, const std::optional<QByteArray>& value);
     void reportAll();
     void reportKey(const QString& key);
     // Says in the log why a request failed (once while the same problem lasts).
@@ -70,6 +74,8 @@ private:
     WebdavTransport transport_;
     Listener* listener_ = nullptr;
     QHash<QString, Known> server_;
+    // What the store has been told or has written itself, key by key: a write replaces this.
+    QHash<QString, QByteArray> believed_;
     bool listed_ = false; // the tags of the collection's members are known
     std::deque<Task> queue_;
     bool busy_ = false;
