@@ -17,3 +17,17 @@ struct Command {
 Command demoCommand();
 Command codeCommand();
 Command uriCommand();
+Command addCommand();
+Command listCommand();
+Command showCommand();
+Command codesCommand();
+Command renameCommand();
+Command moveCommand();
+Command removeCommand();
+Command preferencesCommand();
+Command syncCommand();
+Command aboutCommand();
+
+class QTextStream;
+// The version line and the web page and support address; every product link with `allLinks`.
+void printAbout(QTextStream& stream, bool allLinks);

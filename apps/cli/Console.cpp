@@ -1,8 +1,12 @@
 #include "Console.h"
 
 #include <QCoreApplication>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 
 #include <cstdio>
+#include <unistd.h>
 
 namespace console {
 
@@ -18,6 +22,11 @@ QTextStream& err() {
 
 int parse(QCommandLineParser& parser, const QString& name, const QStringList& arguments,
           int positionalCount) {
+    return parse(parser, name, arguments, positionalCount, positionalCount);
+}
+
+int parse(QCommandLineParser& parser, const QString& name, const QStringList& arguments, int minimum,
+          int maximum) {
     const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")},
                                   QStringLiteral("Shows this help."));
     parser.addOption(help);
@@ -36,12 +45,33 @@ int parse(QCommandLineParser& parser, const QString& name, const QStringList& ar
         out().flush();
         return success;
     }
-    if (parser.positionalArguments().size() != positionalCount) {
-        err() << "marlock " << name << ": expected " << positionalCount << " argument(s), got "
-              << parser.positionalArguments().size() << " (see marlock " << name << " --help)" << Qt::endl;
+    const qsizetype count = parser.positionalArguments().size();
+    if (count < minimum || count > maximum) {
+        err() << "marlock " << name << ": expected ";
+        if (minimum == maximum)
+            err() << minimum;
+        else
+            err() << minimum << " to " << maximum;
+        err() << " argument(s), got " << count << " (see marlock " << name << " --help)" << Qt::endl;
         return usageError;
     }
     return -1;
+}
+
+int fail(const QString& command, const QString& message, int status) {
+    err() << "marlock " << command << ": " << message << Qt::endl;
+    return status;
+}
+
+bool outputIsTerminal() {
+    return isatty(STDOUT_FILENO) == 1;
+}
+
+void printJson(const QJsonValue& value) {
+    const QJsonDocument document =
+        value.isArray() ? QJsonDocument(value.toArray()) : QJsonDocument(value.toObject());
+    out() << QString::fromUtf8(document.toJson(QJsonDocument::Indented));
+    out().flush();
 }
 
 } // namespace console

@@ -1,8 +1,9 @@
-// marlock: computes and exchanges one-time-password tokens from the command line.
+// marlock: the tokens of this machine from the command line, for scripts and headless machines.
 //
-//   marlock demo                     codes of built-in sample tokens
-//   marlock code <otpauth-uri>       the current code of a key
-//   marlock uri --issuer … --secret  the key URI of a token
+//   marlock add --qr picture.png     stores a token (also from a key URI)
+//   marlock codes [--watch]          the current codes of the stored tokens
+//   marlock list | show | rename | move | remove | preferences | sync | about
+//   marlock demo | code | uri        codes and key URIs without storing anything
 #include "Command.h"
 #include "Console.h"
 
@@ -13,13 +14,15 @@
 namespace {
 
 std::vector<Command> commands() {
-    return {demoCommand(), codeCommand(), uriCommand()};
+    return {addCommand(),  listCommand(),   showCommand(),        codesCommand(), renameCommand(),
+            moveCommand(), removeCommand(), preferencesCommand(), syncCommand(),  demoCommand(),
+            codeCommand(), uriCommand(),    aboutCommand()};
 }
 
 void printUsage(QTextStream& stream) {
     stream << "Usage: marlock <command> [options]\n\nCommands:\n";
     for (const Command& command : commands())
-        stream << "  " << command.name.leftJustified(8) << command.summary << '\n';
+        stream << "  " << command.name.leftJustified(12) << command.summary << '\n';
     stream << "\nRun \"marlock <command> --help\" for a command's options.\n";
     stream.flush();
 }
@@ -37,6 +40,10 @@ int main(int argc, char** argv) {
     const QString name = arguments.takeFirst();
     if (name == QLatin1String("--help") || name == QLatin1String("-h") || name == QLatin1String("help")) {
         printUsage(console::out());
+        return console::success;
+    }
+    if (name == QLatin1String("--version")) {
+        printAbout(console::out(), false);
         return console::success;
     }
     for (const Command& command : commands())

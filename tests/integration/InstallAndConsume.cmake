@@ -61,6 +61,13 @@ run(python3 ${check} ${prefix}/${LIBDIR}/libmarlockCompanionCommon.so
     ${prefix}/include/marlockCompanionCommon:MCC_EXPORT ${common_headers})
 
 check_run_paths(${prefix} RELATIVE)
+# Menu entries and their icon, where desktops look for them.
+foreach(file share/applications/org.marlock.companion.desktop share/applications/org.marlock.companion.today.desktop
+             share/icons/hicolor/scalable/apps/org.marlock.companion.svg)
+    if(NOT EXISTS ${prefix}/${file})
+        message(FATAL_ERROR "not installed: ${file}")
+    endif()
+endforeach()
 run_installed_marlock(${prefix})
 
 # The tree keeps working when moved elsewhere, at another depth.

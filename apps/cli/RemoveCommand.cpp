@@ -1,0 +1,44 @@
+#include "Command.h"
+#include "Console.h"
+#include "Tokens.h"
+
+namespace {
+
+const QString name = QStringLiteral("remove");
+
+int run(const QStringList& arguments) {
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QStringLiteral("Deletes a stored token. This cannot be undone: without a copy of its key (its\n"
+                       "QR code or key URI) the account's codes are lost, so --yes is required."));
+    parser.addPositionalArgument(
+        QStringLiteral("token"),
+        QStringLiteral("Its number in marlock list, its issuer, account or issuer:account."));
+    const QCommandLineOption yes(QStringLiteral("yes"), QStringLiteral("Confirms the deletion."));
+    parser.addOption(yes);
+    if (const int status = console::parse(parser, name, arguments, 1); status >= 0)
+        return status;
+    const auto store = tokens::open(name);
+    if (!store)
+        return console::badInput;
+    const auto token = tokens::find(*store, parser.positionalArguments().first(), name);
+    if (!token)
+        return console::badInput;
+    if (!parser.isSet(yes))
+        return console::fail(name,
+                             QStringLiteral("deleting %1 cannot be undone; run again with --yes to delete it")
+                                 .arg(token->displayName()),
+                             console::usageError);
+    platform::Error error;
+    if (!store->remove(token->id, &error))
+        return console::fail(name, error.description());
+    tokens::flushAnnouncements();
+    console::out() << "Removed " << token->displayName() << Qt::endl;
+    return console::success;
+}
+
+} // namespace
+
+Command removeCommand() {
+    return {name, QStringLiteral("Deletes a stored token (needs --yes)."), run};
+}

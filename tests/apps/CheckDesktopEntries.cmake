@@ -1,0 +1,17 @@
+# Script mode: every menu entry passes desktop-file-validate, and the icon it names is installed
+# beside it (a wrong name leaves a blank icon in menus, which the validator cannot see).
+file(GLOB entries ${DESKTOP_DIR}/*.desktop)
+if(NOT entries)
+    message(FATAL_ERROR "no .desktop files in ${DESKTOP_DIR}")
+endif()
+foreach(entry IN LISTS entries)
+    execute_process(COMMAND desktop-file-validate ${entry} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE out)
+    if(NOT rc EQUAL 0 OR out)
+        message(FATAL_ERROR "desktop-file-validate ${entry} (${rc}):\n${out}")
+    endif()
+    file(STRINGS ${entry} icon REGEX "^Icon=")
+    string(REGEX REPLACE "^Icon=" "" icon "${icon}")
+    if(NOT EXISTS ${DESKTOP_DIR}/${icon}.svg)
+        message(FATAL_ERROR "${entry} names the icon \"${icon}\", but there is no ${icon}.svg")
+    endif()
+endforeach()
