@@ -4,6 +4,7 @@
 #include "marlockCompanionCommon/platform/runtime/NotificationCenter.h"
 #include "marlockCompanionCommon/platform/runtime/SystemLog.h"
 #include "marlockCompanionCommon/platform/storage/UserDefaults.h"
+#include "marlockCompanionCommon/platform/storage/webdav/WebdavConfiguration.h"
 
 #include <QDir>
 #include <QMap>
@@ -186,6 +187,10 @@ QString UbiquitousKeyValueStore::defaultFolderPath(bool* isDefault) {
 UbiquitousKeyValueStore* UbiquitousKeyValueStore::defaultStore() {
     // Created and used on the main thread only, so a plain static is enough.
     static UbiquitousKeyValueStore* store = [] {
+        UserDefaults* suite = UserDefaults::suiteNamed(Identity::applicationGroup());
+        if (WebdavConfiguration::isSelected(suite))
+            return new UbiquitousKeyValueStore(
+                makeWebdavUbiquitousKeyValueStoreBackend(WebdavConfiguration::fromSettings(suite)));
         bool isDefault = false;
         const QString path = defaultFolderPath(&isDefault);
         return new UbiquitousKeyValueStore(makeFolderUbiquitousKeyValueStoreBackend(path, isDefault));

@@ -1,7 +1,9 @@
-// The cloud key-value store's contract, the same over the in-memory backend and over a folder
-// (two stores over one storage stand for two processes or devices), then what only the folder does:
+// The cloud key-value store's contract, the same over the in-memory backend, over a folder and over
+// a WebDAV collection on a real Apache httpd (two stores over one storage stand for two processes
+// or devices), then what only the folder does:
 // file names, sync engines' files, and a folder that is missing or vanishes.
 #include "tests/platform/storage/CloudStoreTestSupport.h"
+#include "tests/platform/storage/webdav/ApacheServer.h"
 
 #include "marlockCompanionCommon/platform/runtime/SystemLog.h"
 #include "marlockCompanionCommon/platform/storage/internal/CloudFileNames.h"
@@ -24,29 +26,52 @@ constexpr qint64 serverChange = 0, quotaViolation = 2, accountChange = 3;
 class StoreContract : public ::testing::TestWithParam<const char*> {
 protected:
     bool inMemory() const { return QLatin1String(GetParam()) == QLatin1String("Memory"); }
+    // A network store learns what the server holds only from the event loop.
+    bool overNetwork() const { return QLatin1String(GetParam()) == QLatin1String("Webdav"); }
+
+    void SetUp() override {
+        if (overNetwork()) {
+            ASSERT_TRUE(webdavtest::ApacheServer::shared().start())
+                << webdavtest::ApacheServer::shared().problem().toStdString();
+        }
+    }
 
     std::unique_ptr<UbiquitousKeyValueStore> makeStore() {
         if (inMemory())
             return std::make_unique<UbiquitousKeyValueStore>(cloud->makeBackend());
+        if (overNetwork())
+            return std::make_unique<UbiquitousKeyValueStore>(makeWebdavUbiquitousKeyValueStoreBackend(
+                webdavtest::configurationFor(webdavtest::ApacheServer::shared(), collection)));
         return std::make_unique<UbiquitousKeyValueStore>(
             makeFolderUbiquitousKeyValueStoreBackend(folder, true));
     }
-    // A write made by no store: another device's, delivered by the sync engine.
+    // A write made by no store: another device's, delivered by the sync engine (or by the server).
     void writeFromElsewhere(const QString& key, const QByteArray& value) {
         if (inMemory())
-            cloud->writeFromElsewhere(key, value);
-        else
-            cloudtest::deliverFile(folder, internal::CloudFileNames::fileNameForKey(key), value);
+            return cloud->writeFromElsewhere(key, value);
+        const QString target =
+            overNetwork() ? webdavtest::ApacheServer::shared().davFolder() + QLatin1Char('/') + collection
+                          : folder;
+        ASSERT_TRUE(QDir().mkpath(target));
+        cloudtest::deliverFile(target, internal::CloudFileNames::fileNameForKey(key), value);
+    }
+    // Reads `key`, after waiting for the store to catch up when it is over a network.
+    std::optional<QByteArray> settledValue(UbiquitousKeyValueStore& store, const QString& key,
+                                           const std::optional<QByteArray>& expected) {
+        if (overNetwork())
+            (void)waitUntil([&] { return store.dataForKey(key) == expected; });
+        return store.dataForKey(key);
     }
 
     QTemporaryDir scratch;
     const QString folder = scratch.path() + QStringLiteral("/cloud");
+    const QString collection = webdavtest::freshCollection();
     std::shared_ptr<UbiquitousKeyValueMemoryCloud> cloud = UbiquitousKeyValueMemoryCloud::create();
 };
 std::string backendName(const ::testing::TestParamInfo<const char*>& backend) {
     return backend.param;
 }
-INSTANTIATE_TEST_SUITE_P(, StoreContract, ::testing::Values("Memory", "Folder"), backendName);
+INSTANTIATE_TEST_SUITE_P(, StoreContract, ::testing::Values("Memory", "Folder", "Webdav"), backendName);
 
 TEST_P(StoreContract, AWriteIsReadBackAndAnnouncedToOtherStoresOnly) {
     auto a = makeStore(), b = makeStore();
@@ -64,7 +89,7 @@ TEST_P(StoreContract, AWriteIsReadBackAndAnnouncedToOtherStoresOnly) {
     ASSERT_TRUE(heardByB.waitFor(serverChange, QStringLiteral("tokens é/x")));
     ASSERT_TRUE(heardByB.waitFor(serverChange, QStringLiteral("empty")));
     EXPECT_EQ(b->dataForKey(QStringLiteral("tokens")), binary);
-    EXPECT_EQ(b->dataForKey(QStringLiteral("tokens é/x")), "final")
+    EXPECT_EQ(settledValue(*b, QStringLiteral("tokens é/x"), "final"), "final")
         << "the last write wins, not the first seen";
     EXPECT_EQ(b->dataForKey(QStringLiteral("empty")), QByteArray());
 
@@ -76,7 +101,7 @@ TEST_P(StoreContract, AWriteIsReadBackAndAnnouncedToOtherStoresOnly) {
     EXPECT_TRUE(heardByA.heard.empty()) << "a store's own writes are not announced back to it";
 
     auto later = makeStore();
-    EXPECT_EQ(later->dataForKey(QStringLiteral("tokens")), binary)
+    EXPECT_EQ(settledValue(*later, QStringLiteral("tokens"), binary), binary)
         << "values outlive the store that wrote them";
     QStringList keys = later->allKeys();
     keys.sort();
@@ -90,11 +115,12 @@ TEST_P(StoreContract, ChangesFromElsewhereAreAnnouncedAndSynchronizeTakesThemInA
     ASSERT_TRUE(heard.waitFor(serverChange, QStringLiteral("tokens")));
     EXPECT_EQ(store->dataForKey(QStringLiteral("tokens")), "from another device");
 
-    // Without giving the event loop a chance: the re-check alone must find the new value.
+    // Local storage: without giving the event loop a chance, the re-check alone must find the new
+    // value. A network store asks the server and hears later.
     auto other = makeStore();
     writeFromElsewhere(QStringLiteral("tokens"), "newer");
     other->synchronize();
-    EXPECT_EQ(other->dataForKey(QStringLiteral("tokens")), "newer");
+    EXPECT_EQ(settledValue(*other, QStringLiteral("tokens"), "newer"), "newer");
 }
 
 TEST_P(StoreContract, SizesOverThePlatformsLimitsAreRefusedAsQuotaViolations) {
