@@ -1,6 +1,7 @@
 // Two computers on this machine, each with its own home and XDG folders, session bus, keyring,
 // Syncthing instance and product process (sync_peer); the two Syncthings share the cloud folder over
 // 127.0.0.1 only, with discovery, relays, NAT traversal, usage reporting and upgrades off.
+#include "tests/support/FreePort.h"
 #include "tests/sync/SyncPeerProcess.h"
 #include "tests/sync/SyncRecords.h"
 
@@ -24,21 +25,6 @@ using namespace synctest;
 using namespace std::chrono_literals;
 
 namespace {
-
-// A port on 127.0.0.1 that nothing listens on right now.
-int freePort() {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    int port = 0;
-    if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-        ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0)
-        port = ntohs(address.sin_port);
-    ::close(fd);
-    return port;
-}
 
 // One computer. Every process it starts is a child of this test, stopped by its pid.
 class Device {
@@ -186,7 +172,7 @@ TEST(SyncTwoDevices, RecordsTravelThroughSyncthingBothWaysAndSettleAfterSimultan
     const QDeadlineTimer budget(60s);
     ASSERT_FALSE(a.generateSyncthingIdentity().isEmpty());
     ASSERT_FALSE(b.generateSyncthingIdentity().isEmpty());
-    const int portA = freePort(), portB = freePort();
+    const int portA = testsupport::freePort(), portB = testsupport::freePort();
     a.startSyncthing(b, portA, portB);
     b.startSyncthing(a, portB, portA);
     a.startProduct();

@@ -1,5 +1,6 @@
 #include "tests/platform/storage/webdav/ApacheServer.h"
 
+#include "tests/support/FreePort.h"
 #include "tests/support/TestSupport.h"
 
 #include <QDir>
@@ -18,20 +19,6 @@ namespace webdavtest {
 namespace {
 
 const QString modules = QStringLiteral("/usr/lib/apache2/modules/");
-
-int freePort() {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    int port = 0;
-    if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-        ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0)
-        port = ntohs(address.sin_port);
-    ::close(fd);
-    return port;
-}
 
 bool run(const QString& program, const QStringList& arguments, const QByteArray& input, QString* problem) {
     QProcess process;
@@ -86,7 +73,7 @@ bool ApacheServer::prepare() {
         return false;
     }
     certificateSha256_ = certificates.first().digest(QCryptographicHash::Sha256);
-    port_ = freePort();
+    port_ = testsupport::freePort();
 
     QString config;
     for (const char* module : {"mpm_event", "authn_core", "authn_file", "authz_core", "authz_user",
