@@ -9,9 +9,7 @@ const QString name = QStringLiteral("move");
 int run(const QStringList& arguments) {
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Moves a stored token to another place in the order."));
-    parser.addPositionalArgument(
-        QStringLiteral("token"),
-        QStringLiteral("Its number in marlock list, its issuer, account or issuer:account."));
+    tokens::addTokenArgument(parser);
     parser.addPositionalArgument(QStringLiteral("position"),
                                  QStringLiteral("Its new number (1 is the top)."));
     if (const int status = console::parse(parser, name, arguments, 2); status >= 0)
@@ -22,12 +20,11 @@ int run(const QStringList& arguments) {
         return console::fail(
             name, QStringLiteral("the position must be a number: %1").arg(parser.positionalArguments().at(1)),
             console::usageError);
-    const auto store = tokens::open(name);
-    if (!store)
+    const auto named = tokens::openNamed(parser.positionalArguments().first(), name);
+    if (!named)
         return console::badInput;
-    const auto token = tokens::find(*store, parser.positionalArguments().first(), name);
-    if (!token)
-        return console::badInput;
+    const auto& store = named->store;
+    const companion::StoredToken* token = &named->token;
     platform::Error error;
     if (!store->move(token->id, position - 1, &error))
         return console::fail(name, error.description());

@@ -11,19 +11,16 @@ int run(const QStringList& arguments) {
     parser.setApplicationDescription(
         QStringLiteral("Deletes a stored token. This cannot be undone: without a copy of its key (its\n"
                        "QR code or key URI) the account's codes are lost, so --yes is required."));
-    parser.addPositionalArgument(
-        QStringLiteral("token"),
-        QStringLiteral("Its number in marlock list, its issuer, account or issuer:account."));
+    tokens::addTokenArgument(parser);
     const QCommandLineOption yes(QStringLiteral("yes"), QStringLiteral("Confirms the deletion."));
     parser.addOption(yes);
     if (const int status = console::parse(parser, name, arguments, 1); status >= 0)
         return status;
-    const auto store = tokens::open(name);
-    if (!store)
+    const auto named = tokens::openNamed(parser.positionalArguments().first(), name);
+    if (!named)
         return console::badInput;
-    const auto token = tokens::find(*store, parser.positionalArguments().first(), name);
-    if (!token)
-        return console::badInput;
+    const auto& store = named->store;
+    const companion::StoredToken* token = &named->token;
     if (!parser.isSet(yes))
         return console::fail(name,
                              QStringLiteral("deleting %1 cannot be undone; run again with --yes to delete it")

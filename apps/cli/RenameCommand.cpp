@@ -9,9 +9,7 @@ const QString name = QStringLiteral("rename");
 int run(const QStringList& arguments) {
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Changes the issuer or account name of a stored token."));
-    parser.addPositionalArgument(
-        QStringLiteral("token"),
-        QStringLiteral("Its number in marlock list, its issuer, account or issuer:account."));
+    tokens::addTokenArgument(parser);
     const QCommandLineOption issuer(QStringLiteral("issuer"),
                                     QStringLiteral("The new issuer (may be empty)."), QStringLiteral("name"));
     const QCommandLineOption account(QStringLiteral("account"),
@@ -22,12 +20,11 @@ int run(const QStringList& arguments) {
         return status;
     if (!parser.isSet(issuer) && !parser.isSet(account))
         return console::fail(name, QStringLiteral("give --issuer, --account or both"), console::usageError);
-    const auto store = tokens::open(name);
-    if (!store)
+    const auto named = tokens::openNamed(parser.positionalArguments().first(), name);
+    if (!named)
         return console::badInput;
-    const auto token = tokens::find(*store, parser.positionalArguments().first(), name);
-    if (!token)
-        return console::badInput;
+    const auto& store = named->store;
+    const companion::StoredToken* token = &named->token;
     const QString newIssuer = parser.isSet(issuer) ? parser.value(issuer) : token->record.issuer;
     const QString newAccount = parser.isSet(account) ? parser.value(account) : token->record.account;
     platform::Error error;

@@ -15,9 +15,7 @@ int run(const QStringList& arguments) {
     parser.setApplicationDescription(
         QStringLiteral("Shows one stored token. Its key is shown only when asked for: --uri prints the\n"
                        "key URI and --qr draws it as a QR code for a phone to scan; both hold the secret."));
-    parser.addPositionalArgument(
-        QStringLiteral("token"),
-        QStringLiteral("Its number in marlock list, its issuer, account or issuer:account."));
+    tokens::addTokenArgument(parser);
     const QCommandLineOption uri(QStringLiteral("uri"),
                                  QStringLiteral("Also prints the key URI (holds the secret)."));
     const QCommandLineOption qr(QStringLiteral("qr"),
@@ -29,12 +27,11 @@ int run(const QStringList& arguments) {
     if (parser.isSet(json) && parser.isSet(qr))
         return console::fail(name, QStringLiteral("--qr draws on a terminal; with --json use --uri"),
                              console::usageError);
-    const auto store = tokens::open(name);
-    if (!store)
+    const auto named = tokens::openNamed(parser.positionalArguments().first(), name);
+    if (!named)
         return console::badInput;
-    const auto token = tokens::find(*store, parser.positionalArguments().first(), name);
-    if (!token)
-        return console::badInput;
+    const auto& store = named->store;
+    const companion::StoredToken* token = &named->token;
     const int position = tokens::position(*store, token->id);
 
     if (parser.isSet(json)) {

@@ -121,4 +121,20 @@ void flushAnnouncements() {
             QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetId")));
 }
 
+void addTokenArgument(QCommandLineParser& parser) {
+    parser.addPositionalArgument(
+        QStringLiteral("token"),
+        QStringLiteral("Its number in marlock list, its issuer, account or issuer:account."));
+}
+
+std::optional<NamedToken> openNamed(const QString& reference, const QString& command) {
+    auto store = open(command);
+    if (!store)
+        return std::nullopt;
+    auto token = find(*store, reference, command);
+    if (!token)
+        return std::nullopt;
+    return NamedToken{std::move(store), std::move(*token)};
+}
+
 } // namespace tokens

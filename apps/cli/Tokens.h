@@ -2,6 +2,7 @@
 
 #include "common/TokenStore.h"
 
+#include <QCommandLineParser>
 #include <QJsonObject>
 #include <QString>
 
@@ -22,6 +23,17 @@ std::unique_ptr<companion::TokenStore> open(const QString& command);
 // why none (or which several) matched.
 std::optional<companion::StoredToken> find(const companion::TokenStore& store, const QString& reference,
                                            const QString& command);
+
+// Declares the argument that names one stored token, described alike in every command.
+void addTokenArgument(QCommandLineParser& parser);
+
+// The store, opened, and the token `reference` names in it (as open() and find()); absent after
+// printing why.
+struct NamedToken {
+    std::unique_ptr<companion::TokenStore> store;
+    companion::StoredToken token;
+};
+std::optional<NamedToken> openNamed(const QString& reference, const QString& command);
 
 // The 1-based position of `id` in the store's order (0 when not held).
 int position(const companion::TokenStore& store, const QString& id);
